@@ -1,0 +1,43 @@
+// The planar YUV 4:2:0 picture in one contiguous buffer, and the bounded,
+// drop-oldest queue that carries such pictures to the custom stream's pull.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+#include "base/lock.h"
+
+struct I420Frame {
+  uint8_t* data;
+  uint32_t size;
+  uint8_t* planes[4];  // Y, U, V, alpha (null unless requested)
+  int32_t linesizes[4];
+  int32_t width;
+  int32_t height;
+  int64_t timestamp;
+};
+
+// With a non-zero fill, Y is painted 1, U and V 128 (and alpha 128): black as
+// the scaler paints it. With fill 0 the caller overwrites all `size` bytes.
+I420Frame* CreateI420Frame(int width, int height, bool with_alpha, int fill);
+void FreeI420Frame(I420Frame* frame);
+
+class FrameQueue {
+ public:
+  explicit FrameQueue(uint32_t capacity);
+  ~FrameQueue();
+  FrameQueue(const FrameQueue&) = delete;
+  FrameQueue& operator=(const FrameQueue&) = delete;
+
+  // Takes ownership. When full, the oldest frame is freed first. Never blocks.
+  bool Push(I420Frame* frame);
+  // The oldest frame, now owned by the caller; false (and *out untouched)
+  // when empty. Never waits.
+  bool Pop(I420Frame** out);
+  void Clear();
+
+ private:
+  std::deque<I420Frame*> frames_;
+  base::Lock lock_;
+  const uint32_t capacity_;
+};

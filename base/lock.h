@@ -1,0 +1,33 @@
+// A plain non-recursive mutex and its scope-bound guard. Re-entering the lock
+// on the same thread is a bug; it deadlocks rather than silently nesting.
+#pragma once
+
+#include <windows.h>
+
+namespace base {
+
+class Lock {
+ public:
+  Lock() { InitializeSRWLock(&srw_); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+  void Acquire() { AcquireSRWLockExclusive(&srw_); }
+  void Release() { ReleaseSRWLockExclusive(&srw_); }
+
+ private:
+  SRWLOCK srw_;
+};
+
+class AutoLock {
+ public:
+  explicit AutoLock(Lock& lock) : lock_(lock) { lock_.Acquire(); }
+  ~AutoLock() { lock_.Release(); }
+  AutoLock(const AutoLock&) = delete;
+  AutoLock& operator=(const AutoLock&) = delete;
+
+ private:
+  Lock& lock_;
+};
+
+}  // namespace base

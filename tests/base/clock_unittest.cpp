@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "clock.h"
+TEST(Smoke, Runs) { EXPECT_GT(TimeNanoseconds(), 0); }

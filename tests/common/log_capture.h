@@ -1,0 +1,57 @@
+// Captures the lines logged through Fundus.dll while in scope, so that tests
+// can assert the library's log lines and wait for them.
+#pragma once
+
+#include <windows.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+struct LogLine {
+  std::wstring module;
+  std::wstring message;
+};
+
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  std::vector<LogLine> Lines() const;
+  // Messages (optionally only those of `module`), in order.
+  std::vector<std::wstring> Messages(const std::wstring& module = L"") const;
+  int Count(const std::wstring& message, const std::wstring& module = L"") const;
+  bool Contains(const std::wstring& message, const std::wstring& module = L"") const {
+    return Count(message, module) > 0;
+  }
+  // Waits until `message` has been logged at least `times` times.
+  bool WaitFor(const std::wstring& message, int times = 1, DWORD timeout_ms = 5000) const;
+  void Clear();
+
+ private:
+  static void Sink(const wchar_t* module, const wchar_t* message, void* context);
+
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  std::vector<LogLine> lines_;
+};
+
+// Polls `predicate` until it holds or `timeout_ms` passes. For state that has
+// no event to wait on; returns the last value of the predicate.
+template <typename Predicate>
+bool WaitUntil(Predicate predicate, DWORD timeout_ms = 5000) {
+  const DWORD start = GetTickCount();
+  while (!predicate()) {
+    if (GetTickCount() - start > timeout_ms) return predicate();
+    Sleep(1);
+  }
+  return true;
+}
+
+}  // namespace testing_support
