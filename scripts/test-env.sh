@@ -12,14 +12,13 @@ roomcore_env_stop() {
 }
 trap roomcore_env_stop EXIT
 
-# A free display number of our own.
-for n in $(seq 90 140); do
-  if [ ! -e "/tmp/.X${n}-lock" ] && [ ! -e "/tmp/.X11-unix/X${n}" ]; then break; fi
-done
-Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 &
+# A display of our own: Xvfb picks a free number and writes it to fd 3.
+displayfile=$(mktemp)
+Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$displayfile" >/dev/null 2>&1 &
 roomcore_env_pids+=($!)
-export DISPLAY=":$n"
-for _ in $(seq 1 50); do [ -e "/tmp/.X11-unix/X${n}" ] && break; sleep 0.1; done
+for _ in $(seq 1 100); do [ -s "$displayfile" ] && break; sleep 0.1; done
+export DISPLAY=":$(head -n1 "$displayfile")"
+rm -f "$displayfile"
 
 if [ ! -f "$WINEPREFIX/.roomcore-ready" ]; then
   echo "[test-env] creating the Wine prefix (once per build tree)"
