@@ -12,8 +12,13 @@ target_link_libraries(ffmpeg INTERFACE
   ${FFMPEG_ROOT}/lib/libswscale.dll.a
   ${FFMPEG_ROOT}/lib/libswresample.dll.a
   ${FFMPEG_ROOT}/lib/libavutil.dll.a)
+# Copied at build time, so that a rebuilt cache reaches every build tree.
 file(GLOB FFMPEG_DLLS ${FFMPEG_ROOT}/bin/*.dll)
-file(COPY ${FFMPEG_DLLS} DESTINATION ${CMAKE_BINARY_DIR}/bin)
+add_custom_target(ffmpeg_runtime
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/bin
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${FFMPEG_DLLS} ${CMAKE_BINARY_DIR}/bin
+  VERBATIM)
+add_dependencies(ffmpeg ffmpeg_runtime)
 
 if(NOT EXISTS /usr/include/rapidjson/document.h)
   message(FATAL_ERROR "RapidJSON not found: run scripts/setup.sh")

@@ -6,7 +6,7 @@ set -euo pipefail
 cache=$1
 version=$(apt-cache showsrc ffmpeg 2>/dev/null | awk '/^Version:/{print $2; exit}')
 [ -n "$version" ] || { echo "no source package for ffmpeg (deb-src missing?)" >&2; exit 1; }
-prefix="$cache/ffmpeg-${version//[:~]/_}-w32threads"
+prefix="$cache/ffmpeg-${version//[:~]/_}-w32threads-static"
 if [ -f "$prefix/.complete" ]; then
   echo "[ffmpeg] cached: $prefix"
   ln -sfn "$prefix" "$cache/ffmpeg"
@@ -25,10 +25,10 @@ echo "[ffmpeg] configuring"
   --enable-shared --disable-static --disable-everything --disable-programs --disable-doc \
   --disable-avcodec --disable-avformat --disable-avdevice --disable-avfilter --disable-postproc \
   --disable-network --disable-debug --disable-pthreads --enable-w32threads --enable-swscale --enable-swresample \
-  --extra-ldflags="-static-libgcc" >/dev/null
+  --extra-ldflags="-static" >configure.log 2>&1 || { tail -40 configure.log >&2; exit 1; }
 echo "[ffmpeg] building"
-make -j"$(nproc)" >/dev/null
-make install >/dev/null
+make -j"$(nproc)" >build.log 2>&1 || { tail -40 build.log >&2; exit 1; }
+make install >/dev/null 2>&1
 touch "$prefix/.complete"
 ln -sfn "$prefix" "$cache/ffmpeg"
 echo "[ffmpeg] installed to $prefix"
