@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "allocation_counter.h"
+#include "base/i420_frame.h"
+
+namespace {
+
+bool AllBytes(const uint8_t* p, size_t n, uint8_t value) {
+  for (size_t i = 0; i < n; ++i) {
+    if (p[i] != value) return false;
+  }
+  return true;
+}
+
+TEST(I420FrameLayout, OnePixelHasOneByteAPlane) {
+  I420Frame* f = CreateI420Frame(1, 1, false, 0);
+  EXPECT_EQ(f->size, 3u);
+  EXPECT_EQ(f->planes[1], f->data + 1);
+  EXPECT_EQ(f->planes[2], f->data + 2);
+  EXPECT_EQ(f->timestamp, 0);
+  FreeI420Frame(f);
+}
+
+TEST(I420FrameLayout, OddSizesRoundChromaUpAndPaintBlack) {
+  I420Frame* f = CreateI420Frame(5, 3, false, 1);
+  EXPECT_EQ(f->size, 27u);
+  EXPECT_EQ(f->width, 5);
+  EXPECT_EQ(f->height, 3);
+  EXPECT_EQ(f->linesizes[0], 5);
+  EXPECT_EQ(f->linesizes[1], 3);
+  EXPECT_EQ(f->linesizes[2], 3);
+  EXPECT_EQ(f->linesizes[3], 0);
+  EXPECT_EQ(f->planes[0], f->data);
+  EXPECT_EQ(f->planes[1], f->data + 15);
+  EXPECT_EQ(f->planes[2], f->data + 21);
+  EXPECT_EQ(f->planes[3], nullptr);
+  EXPECT_TRUE(AllBytes(f->planes[0], 15, 1));
+  EXPECT_TRUE(AllBytes(f->planes[1], 12, 128));
+  FreeI420Frame(f);
+}
+
+TEST(I420FrameLayout, AlphaPlaneOnRequest) {
+  I420Frame* f = CreateI420Frame(4, 4, true, 1);
+  EXPECT_EQ(f->size, 40u);
+  EXPECT_EQ(f->planes[3], f->data + 24);
+  EXPECT_EQ(f->linesizes[3], 0);
+  EXPECT_TRUE(AllBytes(f->planes[3], 16, 128));
+  EXPECT_TRUE(AllBytes(f->planes[0], 16, 1));
+  FreeI420Frame(f);
+}
+
+TEST(I420FrameLayout, FreeNullIsHarmless) { FreeI420Frame(nullptr); }
+
+I420Frame* Numbered(int64_t n) {
+  I420Frame* f = CreateI420Frame(2, 2, false, 0);
+  f->timestamp = n;
+  return f;
+}
+
+TEST(FrameQueue, FullQueueDropsTheOldest) {
+  const int64_t before = testing_support::LiveAllocations();
+  {
+    FrameQueue queue(12);
+    for (int n = 1; n <= 13; ++n) EXPECT_TRUE(queue.Push(Numbered(n)));
+    for (int n = 2; n <= 13; ++n) {
+      I420Frame* out = nullptr;
+      ASSERT_TRUE(queue.Pop(&out));
+      EXPECT_EQ(out->timestamp, n);
+      FreeI420Frame(out);
+    }
+    I420Frame* out = nullptr;
+    EXPECT_FALSE(queue.Pop(&out));
+  }
+  EXPECT_EQ(testing_support::LiveAllocations(), before) << "the dropped frame was not freed";
+}
+
+TEST(FrameQueue, CapacityOneKeepsTheNewest) {
+  FrameQueue queue(1);
+  queue.Push(Numbered(1));
+  queue.Push(Numbered(2));
+  I420Frame* out = nullptr;
+  ASSERT_TRUE(queue.Pop(&out));
+  EXPECT_EQ(out->timestamp, 2);
+  FreeI420Frame(out);
+}
+
+TEST(FrameQueue, PopOnEmptyLeavesOutAlone) {
+  FrameQueue queue(12);
+  I420Frame sentinel = {};
+  I420Frame* out = &sentinel;
+  EXPECT_FALSE(queue.Pop(&out));
+  EXPECT_EQ(out, &sentinel);
+}
+
+TEST(FrameQueue, ClearFreesEverythingAndEmpties) {
+  const int64_t before = testing_support::LiveAllocations();
+  {
+    FrameQueue queue(12);
+    queue.Clear();  // empty: nothing happens
+    for (int n = 1; n <= 5; ++n) queue.Push(Numbered(n));
+    queue.Clear();
+    I420Frame* out = nullptr;
+    EXPECT_FALSE(queue.Pop(&out));
+    queue.Push(Numbered(6));
+    ASSERT_TRUE(queue.Pop(&out));
+    EXPECT_EQ(out->timestamp, 6);
+    FreeI420Frame(out);
+    for (int n = 7; n <= 9; ++n) queue.Push(Numbered(n));
+  }  // the destructor frees what is left
+  EXPECT_EQ(testing_support::LiveAllocations(), before);
+}
+
+// A producer that never waits and a consumer that falls behind: every frame
+// is either popped, in order, or dropped and freed; the newest is never lost.
+TEST(FrameQueueThreads, ProducerAndConsumerLoseAndLeakNothing) {
+  const int64_t before = testing_support::LiveAllocations();
+  constexpr int kFrames = 5000;
+  std::vector<int64_t> popped;
+  popped.reserve(kFrames);
+  {
+    FrameQueue queue(12);
+    std::atomic<bool> done{false};
+    std::thread consumer([&] {
+      for (;;) {
+        const bool finished = done.load();
+        I420Frame* out = nullptr;
+        bool any = false;
+        while (queue.Pop(&out)) {
+          popped.push_back(out->timestamp);
+          FreeI420Frame(out);
+          any = true;
+        }
+        if (finished) break;
+        if (!any) std::this_thread::yield();
+      }
+    });
+    for (int n = 1; n <= kFrames; ++n) {
+      queue.Push(Numbered(n));
+      if (n % 64 == 0) std::this_thread::yield();
+    }
+    done.store(true);
+    consumer.join();
+  }
+  ASSERT_FALSE(popped.empty());
+  for (size_t i = 1; i < popped.size(); ++i) ASSERT_LT(popped[i - 1], popped[i]) << "order broken";
+  EXPECT_EQ(popped.back(), kFrames) << "the newest frame was lost";
+  const size_t reserved = 1;  // the vector's own block
+  EXPECT_EQ(testing_support::LiveAllocations(), before + static_cast<int64_t>(reserved));
+}
+
+}  // namespace
