@@ -29,6 +29,7 @@ function(roomcore_add_tests name)
   endif()
   target_link_libraries(${name} PRIVATE ${T_LIBS} roomcore_test_support gmock gtest_main)
   gtest_discover_tests(${name}
+    TEST_PREFIX "${name}."
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR}/bin
