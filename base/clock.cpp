@@ -1,7 +1,7 @@
 #include "clock.h"
 
-#include <windows.h>
 #include <mmsystem.h>
+#include <windows.h>
 
 #include <atomic>
 

@@ -15,10 +15,9 @@ SystemInfo* FillSystemInfo() {
 
   typedef BOOL(WINAPI * IsWow64ProcessFn)(HANDLE, PBOOL);
   HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
-  IsWow64ProcessFn is_wow64 =
-      kernel ? reinterpret_cast<IsWow64ProcessFn>(
-                   reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")))
-             : nullptr;
+  IsWow64ProcessFn is_wow64 = kernel ? reinterpret_cast<IsWow64ProcessFn>(
+                                           reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")))
+                                     : nullptr;
   if (!is_wow64) {
     info->wow64_status = SystemInfo::Wow64Disabled;
   } else {
@@ -46,20 +45,26 @@ SystemInfo* FillSystemInfo() {
   SYSTEM_INFO system = {};
   GetNativeSystemInfo(&system);
   switch (system.wProcessorArchitecture) {
-    case PROCESSOR_ARCHITECTURE_INTEL: info->architecture = SystemInfo::ArchitectureX86; break;
-    case PROCESSOR_ARCHITECTURE_AMD64: info->architecture = SystemInfo::ArchitectureX64; break;
-    case PROCESSOR_ARCHITECTURE_IA64: info->architecture = SystemInfo::ArchitectureIA64; break;
-    default: break;
+    case PROCESSOR_ARCHITECTURE_INTEL:
+      info->architecture = SystemInfo::ArchitectureX86;
+      break;
+    case PROCESSOR_ARCHITECTURE_AMD64:
+      info->architecture = SystemInfo::ArchitectureX64;
+      break;
+    case PROCESSOR_ARCHITECTURE_IA64:
+      info->architecture = SystemInfo::ArchitectureIA64;
+      break;
+    default:
+      break;
   }
   info->processors = static_cast<int32_t>(system.dwNumberOfProcessors);
   info->allocation_granularity = static_cast<int32_t>(system.dwAllocationGranularity);
 
   if (info->major == 6 || info->major == 10) {
     typedef BOOL(WINAPI * GetProductInfoFn)(DWORD, DWORD, DWORD, DWORD, PDWORD);
-    GetProductInfoFn get_product_info =
-        kernel ? reinterpret_cast<GetProductInfoFn>(
-                     reinterpret_cast<void*>(GetProcAddress(kernel, "GetProductInfo")))
-               : nullptr;
+    GetProductInfoFn get_product_info = kernel ? reinterpret_cast<GetProductInfoFn>(reinterpret_cast<void*>(
+                                                     GetProcAddress(kernel, "GetProductInfo")))
+                                               : nullptr;
     DWORD type = 0;
     if (get_product_info) get_product_info(info->major, info->minor, 0, 0, &type);
     info->edition = EditionFromProductType(type);
@@ -90,9 +95,22 @@ int VersionFromNumbers(int major, int minor) {
 
 int EditionFromProductType(unsigned long type) {
   switch (type) {
-    case 1: case 4: case 6: case 48:
+    case 1:
+    case 4:
+    case 6:
+    case 48:
       return SystemInfo::EditionProfessional;
-    case 7: case 8: case 9: case 10: case 12: case 13: case 14: case 15: case 17: case 18: case 25:
+    case 7:
+    case 8:
+    case 9:
+    case 10:
+    case 12:
+    case 13:
+    case 14:
+    case 15:
+    case 17:
+    case 18:
+    case 25:
       return SystemInfo::EditionServer;
     default:
       return SystemInfo::EditionHome;
@@ -126,7 +144,8 @@ TerminationStatus GetTerminationStatus(void* process_handle, int* exit_code) {
   }
   if (exit_code) *exit_code = static_cast<int>(code);
   switch (code) {
-    case 0: return TerminationNormal;
+    case 0:
+      return TerminationNormal;
     case 1:
     case 0x40010004u:
     case 0xC000013Au:

@@ -28,8 +28,8 @@ void* g_sink_context = nullptr;
 void WriteToFile(const std::wstring& line) {
   AcquireSRWLockExclusive(&g_file_lock);
   if (g_file_enabled && g_file == INVALID_HANDLE_VALUE) {
-    g_file = CreateFileW(g_file_path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                         nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    g_file = CreateFileW(g_file_path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (g_file == INVALID_HANDLE_VALUE) g_file_enabled = false;
   }
   if (g_file != INVALID_HANDLE_VALUE) {

@@ -1,9 +1,8 @@
 // The exported clock on the real tick.
-#include <windows.h>
+#include "clock.h"
 
 #include <gtest/gtest.h>
-
-#include "clock.h"
+#include <windows.h>
 
 namespace {
 

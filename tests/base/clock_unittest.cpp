@@ -1,10 +1,11 @@
 // The clock driven through its seam: a scripted tick and a recorded sleep.
+#include "clock.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "base/clock_internal.h"
-#include "clock.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
+#include "geometry.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
-
-#include "geometry.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
-#include <windows.h>
+#include "process.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <string>
-
-#include "process.h"
 
 namespace {
 

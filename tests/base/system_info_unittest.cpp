@@ -1,8 +1,8 @@
+#include "base/system_info.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
-
-#include "base/system_info.h"
 
 namespace {
 
@@ -24,10 +24,12 @@ TEST(SystemInfo, VersionClassTable) {
 }
 
 TEST(SystemInfo, EditionFromProductType) {
-  for (unsigned long t : {1ul, 4ul, 6ul, 48ul}) EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionProfessional);
+  for (unsigned long t : {1ul, 4ul, 6ul, 48ul})
+    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionProfessional);
   for (unsigned long t : {7ul, 8ul, 9ul, 10ul, 12ul, 13ul, 14ul, 15ul, 17ul, 18ul, 25ul})
     EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionServer) << t;
-  for (unsigned long t : {0ul, 2ul, 3ul, 5ul, 11ul, 16ul, 101ul}) EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionHome);
+  for (unsigned long t : {0ul, 2ul, 3ul, 5ul, 11ul, 16ul, 101ul})
+    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionHome);
 }
 
 TEST(SystemInfo, OneRecordForAllThreadsAndItMatchesTheVersion) {

@@ -1,8 +1,8 @@
+#include "base/text.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "base/text.h"
 
 namespace {
 
