@@ -1,7 +1,8 @@
 #include "clock.h"
 
-#include <mmsystem.h>
 #include <windows.h>
+// windows.h first: mmsystem.h needs its types.
+#include <mmsystem.h>
 
 #include <atomic>
 
