@@ -203,7 +203,7 @@ TEST_F(EngineDevice, CaptureSystemAudioTaskAsksForTheSpeaker) {
   DrainTaskThread();
   EXPECT_EQ(log_.Count(named), 1);
   EXPECT_EQ(log_.Count(unnamed), 1);
-  EXPECT_EQ(LiteavCountCalls("getCurrentSpeakerDevice"), 4);
+  EXPECT_EQ(LiteavCountCalls("getCurrentSpeakerDevice"), 3);
 }
 
 TEST_F(EngineDevice, VolumesOutOfRangeAreDropped) {
@@ -318,14 +318,13 @@ TEST_F(EngineDevice, SpeakerChangesSteerSystemAudioCapture) {
     ASSERT_TRUE(log_.WaitFor(c.lines.back()));
     DrainTaskThread();
     std::vector<std::wstring> lines = log_.Messages(L"RTCEngineImpl");
-    lines.resize(lines.size() - 2);  // the drain's own two lines
     EXPECT_EQ(lines, c.lines) << state;
   }
   // A device type the engine doesn't know is freed without a word.
   log_.Clear();
   Fire([](ITRTCCloudCallback* cb) { cb->onDeviceChange("Thing", 7, TRTCDeviceStateAdd); });
   DrainTaskThread();
-  EXPECT_EQ(log_.Messages(L"RTCEngineImpl").size(), 2u);
+  EXPECT_TRUE(log_.Messages(L"RTCEngineImpl").empty());
   EXPECT_TRUE(events_.Events().empty());  // no host event for a speaker
 }
 

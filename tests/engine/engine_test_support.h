@@ -174,12 +174,18 @@ class EngineTest : public ::testing::Test {
   // The task thread is the thread that made the SDK object.
   DWORD TaskThreadId() { return LiteavInstanceThreadId(); }
 
-  // Waits until every post made so far has been served by the task thread.
+  // Waits until every post made so far has been served by the task thread:
+  // the task thread hands a WM_TIMER that carries a procedure to
+  // DispatchMessageW, which calls it, in the order of the queue.
   void DrainTaskThread() {
-    const std::wstring served = L"OnEnableCaptureSystemAudioTask, enable: 0, is_record_system_voice_: 0";
-    const int before = log_.Count(served);
-    engine_->EnableCaptureSystemAudio(false);
-    ASSERT_TRUE(log_.WaitFor(served, before + 1));
+    HANDLE served = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served),
+                                   reinterpret_cast<LPARAM>(&DrainProc)));
+    EXPECT_EQ(WaitForSingleObject(served, 5000), WAIT_OBJECT_0);
+    CloseHandle(served);
+  }
+  static void CALLBACK DrainProc(HWND, UINT, UINT_PTR served, DWORD) {
+    SetEvent(reinterpret_cast<HANDLE>(served));
   }
 
   // Fires on the stand-in's callback thread and waits for it.
