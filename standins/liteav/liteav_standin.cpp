@@ -264,7 +264,10 @@ class Cloud : public ITRTCCloud {
   void addCallback(ITRTCCloudCallback* callback) override {
     Record("addCallback", {callback ? "callback" : "null"});
     std::lock_guard<std::mutex> guard(S().lock);
-    if (callback) S().callbacks.push_back(callback);
+    std::vector<ITRTCCloudCallback*>& callbacks = S().callbacks;
+    if (callback && std::find(callbacks.begin(), callbacks.end(), callback) == callbacks.end()) {
+      callbacks.push_back(callback);
+    }
   }
   // Returns only when no callback task is running any more, so that the
   // listener may be destroyed afterwards (unless called from a callback).

@@ -188,22 +188,23 @@ TEST_F(EngineDevice, LocalAudioAndVideoSwitches) {
 }
 
 TEST_F(EngineDevice, CaptureSystemAudioTaskAsksForTheSpeaker) {
+  const std::wstring asked = L"OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0";
   const std::wstring named = L"OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: Speaker A";
   const std::wstring unnamed = L"OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: nulllptr";
-  engine_->EnableCaptureSystemAudio(true);
-  ASSERT_TRUE(log_.WaitFor(L"OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0"));
-  EXPECT_EQ(LiteavCountCalls("getCurrentSpeakerDevice"), 1);
+  engine_->EnableCaptureSystemAudio(true);  // no current speaker
+  DrainTaskThread();
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
+            (std::vector<std::wstring>{L"EnableCaptureSystemAudio:1", asked}));
   LiteavSetCurrentDevice(TRTCDeviceTypeSpeaker, "Speaker A", false);
   engine_->EnableCaptureSystemAudio(true);
-  ASSERT_TRUE(log_.WaitFor(named));
+  DrainTaskThread();
   LiteavSetCurrentDevice(TRTCDeviceTypeSpeaker, nullptr, true);
   engine_->EnableCaptureSystemAudio(true);
-  ASSERT_TRUE(log_.WaitFor(unnamed));
-  LiteavSetCurrentDevice(TRTCDeviceTypeSpeaker, nullptr, false);
   DrainTaskThread();
+  EXPECT_EQ(log_.Count(asked), 3);
   EXPECT_EQ(log_.Count(named), 1);
   EXPECT_EQ(log_.Count(unnamed), 1);
-  EXPECT_EQ(LiteavCountCalls("getCurrentSpeakerDevice"), 3);
+  EXPECT_EQ(liteav_control::Calls(), std::vector<std::string>(3, "getCurrentSpeakerDevice()"));
 }
 
 TEST_F(EngineDevice, VolumesOutOfRangeAreDropped) {

@@ -1,4 +1,7 @@
 // Remote views, remote audio, and frames handed to the host.
+#include <atomic>
+#include <thread>
+
 #include "engine_test_support.h"
 
 namespace engine_test {
@@ -163,6 +166,28 @@ TEST_F(EngineView, NoFramesReachTheHostAfterUnInitialize) {
   Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2, 1);
   EXPECT_TRUE(events_.Events().empty());
   EXPECT_EQ(LiteavCountCalls("setLocalViewRotation"), 0);
+}
+
+TEST_F(EngineView, LocalFramesNeverSeeATornUserId) {
+  const std::string alice(40, 'a');  // longer than any small-string buffer
+  const std::string bob(60, 'b');
+  LiteavSetAutoAnswer(false);
+  std::atomic<bool> stop{false};
+  std::thread host([&] {
+    for (int i = 0; !stop; ++i) engine_->EnterRoom("1", "2", (i % 2 ? alice : bob).c_str(), "s");
+  });
+  Render("", 0, TRTCVideoPixelFormat_BGRA32, 1, 1, 0, 3000);
+  stop = true;
+  host.join();
+  int frames = 0;
+  for (const std::string& text : events_.Texts("OnLocalVideoFrame")) {
+    ++frames;
+    const bool whole = text == "OnLocalVideoFrame(" + alice + ",data,4,1,1,1)" ||
+                       text == "OnLocalVideoFrame(" + bob + ",data,4,1,1,1)" ||
+                       text == "OnLocalVideoFrame(,data,4,1,1,1)";
+    ASSERT_TRUE(whole) << text;
+  }
+  EXPECT_EQ(frames, 3000);
 }
 
 }  // namespace
