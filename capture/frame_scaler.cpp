@@ -1,5 +1,6 @@
 #include "capture/frame_scaler.h"
 
+#include <algorithm>
 #include <cstring>
 
 extern "C" {
@@ -20,6 +21,22 @@ constexpr uint8_t kBlackChroma = 128;
 // do instead of being undefined.
 int32_t Mul32(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
+}
+
+// Writes `value` to the bytes [0, length) of `plane` that the placing of a
+// picture will not cover: `rows` lines from line `first_row`, `columns` bytes
+// from byte `column` of each, lines being `stride` bytes apart. Because
+// `column` + `columns` never exceeds `stride`, the covered spans come in
+// increasing order and never overlap, so the gaps between them are the bars.
+void PaintAround(uint8_t* plane, size_t length, int stride, int first_row, int rows, int column, int columns,
+                 uint8_t value) {
+  size_t painted_to = 0;  // everything below is painted or covered
+  for (int r = first_row; r < first_row + rows && painted_to < length; ++r) {
+    const size_t start = static_cast<size_t>(r) * stride + column;
+    if (start > painted_to) std::memset(plane + painted_to, value, std::min(start, length) - painted_to);
+    painted_to = start + columns;
+  }
+  if (painted_to < length) std::memset(plane + painted_to, value, length - painted_to);
 }
 
 }  // namespace
@@ -115,20 +132,27 @@ void FrameScaler::Scale(uint8_t* y, int y_linesize, uint8_t* u, int u_linesize, 
 
 void FrameScaler::PaintAndPlace(uint8_t* y, int y_linesize, uint8_t* u, int u_linesize, uint8_t* v,
                                 int v_linesize, int width, int height) {
-  const int chroma_height = (height + 1) / 2;
-  std::memset(y, kBlackLuma, static_cast<size_t>(y_linesize) * height);
-  std::memset(u, kBlackChroma, static_cast<size_t>(u_linesize) * chroma_height);
-  std::memset(v, kBlackChroma, static_cast<size_t>(v_linesize) * chroma_height);
-
   const int offset_x = (width - fitted_.width) / 2;
   const int offset_y = (height - fitted_.height) / 2;
+  const int chroma_width = (width + 1) / 2;
+  const int chroma_height = (height + 1) / 2;
+  const int fitted_chroma_width = (fitted_.width + 1) / 2;
+  const int fitted_chroma_height = (fitted_.height + 1) / 2;
+
+  // Black goes over the whole painted area (line size times lines) except
+  // the bytes the picture is placed on right after: the result is the same as
+  // painting everything first, without writing most of the target twice.
+  PaintAround(y, static_cast<size_t>(y_linesize) * height, width, offset_y, fitted_.height, offset_x,
+              fitted_.width, kBlackLuma);
+  PaintAround(u, static_cast<size_t>(u_linesize) * chroma_height, chroma_width, offset_y / 2,
+              fitted_chroma_height, offset_x / 2, fitted_chroma_width, kBlackChroma);
+  PaintAround(v, static_cast<size_t>(v_linesize) * chroma_height, chroma_width, offset_y / 2,
+              fitted_chroma_height, offset_x / 2, fitted_chroma_width, kBlackChroma);
+
   for (int i = 0; i < fitted_.height; ++i) {
     std::memcpy(y + static_cast<size_t>(offset_y + i) * width + offset_x,
                 fitted_.planes[0] + static_cast<size_t>(i) * fitted_.linesizes[0], fitted_.width);
   }
-  const int chroma_width = (width + 1) / 2;
-  const int fitted_chroma_width = (fitted_.width + 1) / 2;
-  const int fitted_chroma_height = (fitted_.height + 1) / 2;
   for (int i = 0; i < fitted_chroma_height; ++i) {
     const size_t at = static_cast<size_t>(offset_y / 2 + i) * chroma_width + offset_x / 2;
     std::memcpy(u + at, fitted_.planes[1] + static_cast<size_t>(i) * fitted_.linesizes[1],

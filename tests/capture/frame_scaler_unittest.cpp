@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -123,6 +124,11 @@ struct FitCase {
   int fitted_width, fitted_height;
   int offset_x, offset_y;
 };
+
+void PrintTo(const FitCase& c, std::ostream* os) {
+  *os << c.source_width << "x" << c.source_height << " -> " << c.fitted_width << "x" << c.fitted_height
+      << " at " << c.offset_x << "," << c.offset_y;
+}
 
 class FrameScalerFit : public ::testing::TestWithParam<FitCase> {};
 
@@ -321,6 +327,73 @@ TEST(FrameScalerPaint, CoversLineSizesTimesHeight) {
   EXPECT_EQ(u.back(), kSentinel);
   EXPECT_EQ(v.back(), kSentinel);
 }
+
+// The fitted picture is the plain conversion at the fitted size (what mode 1
+// makes when the target has that size), placed on black byte for byte: paint
+// all of line size times lines, then copy by `width` and (`width` + 1) / 2.
+struct ExactCase {
+  int source_width, source_height, width, height, y_linesize, c_linesize;
+};
+void PrintTo(const ExactCase& c, std::ostream* os) {
+  *os << c.source_width << "x" << c.source_height << " into " << c.width << "x" << c.height << " lines "
+      << c.y_linesize << "/" << c.c_linesize;
+}
+
+class FrameScalerExact : public ::testing::TestWithParam<ExactCase> {};
+
+TEST_P(FrameScalerExact, EqualsConversionPlacedOnBlack) {
+  const ExactCase c = GetParam();
+  Bgra source(c.source_width, c.source_height);
+  source.Fill([](int x, int y) { return Rgb{(x * 7) & 255, (y * 5) & 255, ((x + y) * 3) & 255}; });
+  const int chroma_rows = (c.height + 1) / 2;
+  std::vector<uint8_t> y(static_cast<size_t>(c.y_linesize) * c.height + 64, kSentinel);
+  std::vector<uint8_t> u(static_cast<size_t>(c.c_linesize) * chroma_rows + 64, kSentinel);
+  std::vector<uint8_t> v(static_cast<size_t>(c.c_linesize) * chroma_rows + 64, kSentinel);
+  FrameScaler scaler;
+  scaler.Scale(y.data(), c.y_linesize, u.data(), c.c_linesize, v.data(), c.c_linesize, c.width, c.height,
+               source.pixels.data(), source.width * 4, source.width, source.height, AV_PIX_FMT_BGRA, kFit);
+  const int fw = scaler.fitted_width(), fh = scaler.fitted_height();
+  ASSERT_GT(fw, 0);
+
+  Target fitted(fw, fh);
+  FrameScaler plain;
+  Scale(plain, fitted, source, kStretch);
+  std::vector<uint8_t> want_y(y.size(), kSentinel), want_u(u.size(), kSentinel), want_v(v.size(), kSentinel);
+  std::memset(want_y.data(), 1, static_cast<size_t>(c.y_linesize) * c.height);
+  std::memset(want_u.data(), 128, static_cast<size_t>(c.c_linesize) * chroma_rows);
+  std::memset(want_v.data(), 128, static_cast<size_t>(c.c_linesize) * chroma_rows);
+  const int ox = (c.width - fw) / 2, oy = (c.height - fh) / 2;
+  for (int i = 0; i < fh; ++i) {
+    std::memcpy(&want_y[static_cast<size_t>(oy + i) * c.width + ox], fitted.frame->planes[0] + i * fw, fw);
+  }
+  const int cw = (c.width + 1) / 2, fcw = (fw + 1) / 2;
+  for (int i = 0; i < (fh + 1) / 2; ++i) {
+    const size_t at = static_cast<size_t>(oy / 2 + i) * cw + ox / 2;
+    std::memcpy(&want_u[at], fitted.frame->planes[1] + i * fcw, fcw);
+    std::memcpy(&want_v[at], fitted.frame->planes[2] + i * fcw, fcw);
+  }
+  EXPECT_TRUE(y == want_y);
+  EXPECT_TRUE(u == want_u);
+  EXPECT_TRUE(v == want_v);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, FrameScalerExact,
+                         ::testing::Values(ExactCase{1280, 1024, 1920, 1080, 1920, 960},
+                                           ExactCase{1000, 201, 1920, 1080, 1920, 960},
+                                           ExactCase{1001, 1000, 1920, 1080, 1920, 960},
+                                           ExactCase{1366, 768, 1920, 1080, 1920, 960},
+                                           ExactCase{1920, 1080, 1920, 1080, 1920, 960},
+                                           ExactCase{64, 64, 101, 51, 101, 51},
+                                           ExactCase{37, 64, 33, 17, 33, 17},
+                                           // line sizes beyond the picture's lines: the paint covers them
+                                           ExactCase{16, 16, 32, 16, 40, 24},
+                                           ExactCase{300, 100, 64, 64, 80, 48}),
+                         [](const ::testing::TestParamInfo<ExactCase>& info) {
+                           const ExactCase& c = info.param;
+                           return std::to_string(c.source_width) + "x" + std::to_string(c.source_height) +
+                                  "_into_" + std::to_string(c.width) + "x" + std::to_string(c.height) +
+                                  "_stride" + std::to_string(c.y_linesize);
+                         });
 
 TEST(FrameScalerRebuild, OncePerNewSizeAndNotForARepeat) {
   Bgra big(1920, 1080), small(1280, 1024);
