@@ -235,3 +235,46 @@ TEST_F(EngineFrame, EmptyOperationsDoNothing) {
 
 }  // namespace
 }  // namespace engine_test
+
+namespace engine_test {
+namespace {
+
+// A meeting as a host runs it, with nothing scripted: the stand-in's own
+// answers drive it.
+TEST(EngineHost, AWholeMeetingWithTheStandInsDefaults) {
+  LiteavReset();
+  liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic"});
+  liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Camera"});
+  RecordingEvents events;
+  RTCEngine* engine = CreaeRTCEngine();
+  engine->Initialize(nullptr, &events);
+  DeviceRecord* mics = nullptr;
+  DeviceRecord* cameras = nullptr;
+  int32_t mic_count = 0;
+  int32_t camera_count = 0;
+  ASSERT_TRUE(engine->GetMicDevices(&mics, &mic_count));
+  ASSERT_TRUE(engine->GetCameraDevices(&cameras, &camera_count));
+  engine->SetCameraDevice(&cameras[0]);
+  engine->OpenMicDevice(&mics[0]);
+  FreeDeviceRecords(mics);
+  FreeDeviceRecords(cameras);
+  ASSERT_TRUE(engine->EnterRoom("1400000001", "77", "host", "sig"));
+  ASSERT_TRUE(events.WaitFor("OnEnterRoom(0,success)"));
+  EXPECT_TRUE(engine->IsInRoom());
+  engine->OpenCamera(nullptr);
+  engine->EnableLocalAudio(true);
+  ASSERT_TRUE(engine->ExitRoom());
+  ASSERT_TRUE(events.WaitFor("OnExitRoom(0,success)"));
+  EXPECT_FALSE(engine->IsInRoom());
+  engine->UnInitialize();
+  ReleaseRTCEngine();
+  EXPECT_EQ(events.Texts(), (std::vector<std::string>{"OnEnterRoom(0,success)", "OnExitRoom(0,success)"}));
+  EXPECT_EQ(LiteavCountCalls("setCurrentCameraDevice(Camera)"), 1);
+  EXPECT_EQ(LiteavCountCalls("setCurrentMicDevice(Mic)"), 1);
+  EXPECT_EQ(LiteavCountCalls("startLocalPreview(0)"), 1);
+  EXPECT_EQ(LiteavCountCalls("stopLocalPreview()"), 1);
+  EXPECT_FALSE(LiteavInstanceAlive());
+}
+
+}  // namespace
+}  // namespace engine_test
