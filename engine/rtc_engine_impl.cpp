@@ -59,19 +59,22 @@ RTCEngineImpl::RTCEngineImpl() {
 
 void RTCEngineImpl::PreInitialize() {
   RTC_LOG(L"PreInitialize");
-  stop_event_ = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-  ready_event_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  stop_event_.Reset(CreateEventW(nullptr, TRUE, TRUE, nullptr));
+  ready_event_.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   CreateAudioDeviceTest();
   data_source_ = new DesktopDataSource();
   DWORD thread_id = 0;
-  HANDLE thread = CreateThread(nullptr, 0, &RTCEngineImpl::DoTaskCore, this, 0, &thread_id);
+  // Nothing ever waits on the thread itself: its end is told by stop_event_.
+  ScopedHandle thread(CreateThread(nullptr, 0, &RTCEngineImpl::DoTaskCore, this, 0, &thread_id));
   if (!thread) {
+    // No task thread and no SDK object: every operation that would use them
+    // checks trtc_cloud_ or task_thread_id_ and does nothing.
     RTC_LOG(L"CreateThread failed!");
     return;
   }
   task_thread_id_ = thread_id;
-  CloseHandle(thread);
-  WaitForSingleObject(ready_event_, INFINITE);
+  thread.Close();
+  WaitForSingleObject(ready_event_.get(), INFINITE);
 }
 
 DWORD WINAPI RTCEngineImpl::DoTaskCore(LPVOID param) {
@@ -85,11 +88,11 @@ DWORD WINAPI RTCEngineImpl::DoTaskCore(LPVOID param) {
   // Brings this thread's queue into being before anyone may post to it.
   MSG msg;
   PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
-  ResetEvent(self->stop_event_);
-  SetEvent(self->ready_event_);
+  ResetEvent(self->stop_event_.get());
+  SetEvent(self->ready_event_.get());
   self->RunTaskLoop();
   // The engine may be gone as soon as stop_event_ is signalled.
-  HANDLE stop_event = self->stop_event_;
+  HANDLE stop_event = self->stop_event_.get();
   CoUninitialize();
   SetEvent(stop_event);
   return 0;
@@ -157,10 +160,9 @@ RTCEngineImpl::~RTCEngineImpl() {
   RTC_LOG(L"~RTCEngineImpl");
   if (task_thread_id_ != 0) {
     Post(kTaskQuit, 0);
-    WaitForSingleObject(stop_event_, INFINITE);
+    WaitForSingleObject(stop_event_.get(), INFINITE);
   }
-  CloseHandle(stop_event_);
-  stop_event_ = nullptr;
+  stop_event_.Close();
   UnInitialize();
   if (trtc_cloud_) trtc_cloud_->removeCallback(this);
   if (data_source_) {
@@ -174,8 +176,7 @@ RTCEngineImpl::~RTCEngineImpl() {
     trtc_cloud_ = nullptr;
   }
   DestroyAudioDeviceTest();
-  CloseHandle(ready_event_);
-  ready_event_ = nullptr;
+  ready_event_.Close();
 }
 
 void RTCEngineImpl::onLog(const char* log, int32_t /*level*/, const char* /*module*/) {

@@ -26,6 +26,21 @@
 
 namespace {
 
+// Closes a thread handle that nothing waits on.
+class ThreadHandle {
+ public:
+  explicit ThreadHandle(HANDLE handle) : handle_(handle) {}
+  ~ThreadHandle() {
+    if (handle_) CloseHandle(handle_);
+  }
+  ThreadHandle(const ThreadHandle&) = delete;
+  ThreadHandle& operator=(const ThreadHandle&) = delete;
+  explicit operator bool() const { return handle_ != nullptr; }
+
+ private:
+  HANDLE handle_;
+};
+
 struct Call {
   std::string text;
   DWORD thread_id;
@@ -69,7 +84,7 @@ struct State {
   int destroyed_sources = 0;
   uint32_t pull_rate = 0;
   bool pull_thread_running = false;
-  HANDLE pull_wake = nullptr;
+  HANDLE pull_wake = nullptr;  // lives as long as the process
 
   std::mutex pull_lock;
   std::vector<char> pull_buffer;
@@ -133,9 +148,8 @@ void EnsureCallbackThreadLocked(State& s) {
   if (s.callback_thread_started) return;
   s.callback_thread_started = true;
   DWORD id = 0;
-  HANDLE thread = CreateThread(nullptr, 0, &CallbackThread, nullptr, 0, &id);
+  ThreadHandle thread(CreateThread(nullptr, 0, &CallbackThread, nullptr, 0, &id));
   s.callback_thread_id = id;
-  if (thread) CloseHandle(thread);
 }
 
 void Queue(std::function<void()> task) {
@@ -619,12 +633,8 @@ void LiteavSetPullRate(uint32_t fps) {
   SetEvent(s.pull_wake);
   if (s.pull_rate > 0 && !s.pull_thread_running) {
     s.pull_thread_running = true;
-    HANDLE thread = CreateThread(nullptr, 0, &PullThread, nullptr, 0, nullptr);
-    if (thread) {
-      CloseHandle(thread);
-    } else {
-      s.pull_thread_running = false;
-    }
+    ThreadHandle thread(CreateThread(nullptr, 0, &PullThread, nullptr, 0, nullptr));
+    if (!thread) s.pull_thread_running = false;
   }
 }
 

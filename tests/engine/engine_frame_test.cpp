@@ -86,13 +86,12 @@ TEST(EngineLifecycle, ReleaseRightAfterCreateWaitsForTheTaskThread) {
   LogCapture log;
   LiteavReset();
   CreaeRTCEngine();
-  HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId());
-  ASSERT_NE(thread, nullptr);
+  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId()));
+  ASSERT_TRUE(thread);
   ReleaseRTCEngine();
   // The thread has signalled its end before the release went on; what is left
   // of it is its exit.
-  EXPECT_EQ(WaitForSingleObject(thread, 5000), WAIT_OBJECT_0);
-  CloseHandle(thread);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
   std::vector<std::string> calls = liteav_control::Calls();
   ASSERT_FALSE(calls.empty());
   EXPECT_EQ(calls.back(), "destroyTRTCShareInstance()");
@@ -179,11 +178,10 @@ TEST_F(EngineFrame, TaskThreadRunsInAComApartment) {
 }
 
 TEST_F(EngineFrame, WmQuitEndsTheLoop) {
-  HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, TaskThreadId());
-  ASSERT_NE(thread, nullptr);
+  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, TaskThreadId()));
+  ASSERT_TRUE(thread);
   ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_QUIT, 0, 0));
-  EXPECT_EQ(WaitForSingleObject(thread, 5000), WAIT_OBJECT_0);
-  CloseHandle(thread);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
   engine_->EnableCaptureSystemAudio(true);
   // Release must not wait for a thread that is gone.
   ReleaseRTCEngine();

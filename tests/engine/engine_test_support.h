@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "common/log_capture.h"
+#include "engine/scoped_handle.h"
 #include "liteav_control.h"
 #include "rtc_engine.h"
 
@@ -178,11 +179,10 @@ class EngineTest : public ::testing::Test {
   // the task thread hands a WM_TIMER that carries a procedure to
   // DispatchMessageW, which calls it, in the order of the queue.
   void DrainTaskThread() {
-    HANDLE served = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served),
+    ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served.get()),
                                    reinterpret_cast<LPARAM>(&DrainProc)));
-    EXPECT_EQ(WaitForSingleObject(served, 5000), WAIT_OBJECT_0);
-    CloseHandle(served);
+    EXPECT_EQ(WaitForSingleObject(served.get(), 5000), WAIT_OBJECT_0);
   }
   static void CALLBACK DrainProc(HWND, UINT, UINT_PTR served, DWORD) {
     SetEvent(reinterpret_cast<HANDLE>(served));
