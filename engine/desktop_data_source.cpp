@@ -5,13 +5,14 @@
 DesktopDataSource::DesktopDataSource() : queue_(new FrameQueue(kQueueCapacity)) {}
 
 DesktopDataSource::~DesktopDataSource() {
-  // The SDK pulls while holding `mutex`; taking it here lets a pull that is
-  // under way finish before the queue goes. A pull that slips in before the
-  // base destructor has told the SDK finds no queue.
+  // The SDK pulls while it holds `mutex`. Taking it here waits for a pull
+  // that is under way, and keeping it shuts out any new pull until the base
+  // destructor, which takes the (recursive) mutex again, has told the SDK
+  // through on_destroy. The base closes the handle while this thread still
+  // owns it once; the mutex goes with its last handle.
   WaitForSingleObject(mutex, INFINITE);
   FrameQueue* queue = queue_;
   queue_ = nullptr;
-  ReleaseMutex(mutex);
   queue->Clear();
   delete queue;
 }
