@@ -7,11 +7,16 @@
 namespace engine_test {
 namespace {
 
+// The frame counters live as long as the library: a test that needs them at
+// zero can only run first in its process.
+bool g_rendered = false;
+
 class EngineView : public EngineTest {
  protected:
   void Render(const char* usr_id, int32_t stream_type, int32_t format, int32_t width, int32_t height,
               int32_t rotation = 0, int count = 1) {
     static char pixels[16] = {};
+    g_rendered = true;
     liteav_control::RunOnCallbackThread([&] {
       ITRTCVideoRenderCallback* cb =
           *usr_id ? LiteavRemoteRenderCallback(usr_id) : LiteavLocalRenderCallback();
@@ -139,7 +144,35 @@ TEST_F(EngineView, OneFrameInSixtyIsLogged) {
   EXPECT_TRUE(exact);
 }
 
+TEST_F(EngineView, FirstFramesOfTheProcessAreCountedFromTheStart) {
+  if (g_rendered) GTEST_SKIP() << "frames were counted earlier in this process";
+  Fire([](ITRTCCloudCallback* cb) { cb->onUserEnter("bob"); });
+  Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2);
+  EXPECT_EQ(LogLinesStartingWith(L"OnLocalVideoFrame:thread="), 1);  // the first is logged
+  Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2);
+  EXPECT_EQ(LogLinesStartingWith(L"OnLocalVideoFrame:thread="), 1);
+  Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2, 0, 59);  // frames 3 to 61
+  EXPECT_EQ(LogLinesStartingWith(L"OnLocalVideoFrame:thread="), 2);
+  const std::wstring thread = std::to_wstring(LiteavCallbackThreadId());
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl").back(),
+            L"OnLocalVideoFrame:thread=" + thread + L", w=2, h=2, pts=1058, video_type=1");
+  // Audio counts from 1: the hundredth frame is the first logged.
+  liteav_control::RunOnCallbackThread([] {
+    TRTCAudioFrame frame = {};
+    frame.length = 10;
+    for (int i = 0; i < 99; ++i) LiteavAudioFrameCallback()->onCapturedAudioFrame(&frame);
+  });
+  EXPECT_EQ(log_.Count(L"onCapturedAudioFrame: length=10"), 0);
+  liteav_control::RunOnCallbackThread([] {
+    TRTCAudioFrame frame = {};
+    frame.length = 10;
+    LiteavAudioFrameCallback()->onCapturedAudioFrame(&frame);
+  });
+  EXPECT_EQ(log_.Count(L"onCapturedAudioFrame: length=10"), 1);
+}
+
 TEST_F(EngineView, AudioFramesLogOneInAHundred) {
+  g_rendered = true;
   Fire([](ITRTCCloudCallback* cb) { cb->onUserEnter("bob"); });
   liteav_control::RunOnCallbackThread([] {
     ITRTCAudioFrameCallback* cb = LiteavAudioFrameCallback();
