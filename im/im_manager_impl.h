@@ -94,6 +94,9 @@ class ImManagerImpl : public ImManager {
                                       const std::string& content, int elem_type);
 
  private:
+  // Reaches need_logout_ and the task thread id for unit tests.
+  friend class ImManagerImplTestPeer;
+
   // A copy of the text fields, taken under strings_lock_.
   struct Credentials {
     std::string group_id;

@@ -2,7 +2,10 @@
 // wire, the outcome to both interfaces.
 #include <rapidjson/document.h>
 
+#include <atomic>
 #include <ctime>
+#include <set>
+#include <thread>
 
 #include "im/im_fixture.h"
 
@@ -128,6 +131,43 @@ TEST_F(ImManagerTest, SendsBeforeTheJoinWaitAndGoOutInOrderInsideTheJoinCallback
   const std::vector<Received> results = journal_.Of(Received::kSendResult);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(results[i].user_data, &tags[i]);
   EXPECT_EQ(log_.Count(L"OnSendWhiteBoardDataTask, ret: 1"), 3);
+}
+
+TEST_F(ImManagerTest, SendsFromSeveralThreadsWhileTheJoinCompletesAreEachSentOnce) {
+  ImsdkHoldCallbacks("TIMGroupJoin", 1);
+  manager_->SetEventCallback(&events_);
+  manager_->SetWhiteBoardCallback(&board_);
+  LogIn();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  constexpr int kThreads = 3;
+  constexpr int kEach = 100;
+  std::atomic<int> ready{0};
+  std::atomic<bool> go{false};
+  std::vector<std::thread> senders;
+  std::set<std::string> expected;
+  for (int t = 0; t < kThreads; ++t) {
+    for (int i = 0; i < kEach; ++i) expected.insert(std::to_string(t) + ":" + std::to_string(i));
+    senders.emplace_back([this, t, &ready, &go] {
+      ++ready;
+      while (!go) std::this_thread::yield();
+      for (int i = 0; i < kEach; ++i) {
+        const std::string data = std::to_string(t) + ":" + std::to_string(i);
+        manager_->SendWhiteBoardData(data.c_str(), static_cast<int>(data.size()), nullptr);
+      }
+    });
+  }
+  while (ready < kThreads) std::this_thread::yield();
+  go = true;
+  // The join completes while the senders run: each record is flushed or
+  // posted, none is left behind in the queue.
+  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  for (std::thread& sender : senders) sender.join();
+  ASSERT_TRUE(journal_.WaitForKind(Received::kSendResult, kThreads * kEach, 20000));
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  std::multiset<std::string> sent;
+  for (const Call& call : imsdk_control::Calls("TIMMsgSendNewMsg")) sent.insert(SentData(call));
+  EXPECT_EQ(sent.size(), expected.size());
+  EXPECT_EQ(std::set<std::string>(sent.begin(), sent.end()), expected);
 }
 
 TEST_F(ImManagerTest, ASendBeforeAnyLoginIsFreedUnsentWithoutOutcome) {
