@@ -151,6 +151,8 @@ int main(int argc, char** argv) {
   PrintComparison(reporter, "PushDesktopFrame+pull", "BM_PushDesktopFrameAndPull", "BM_MemcpyFrame1080p",
                   2.5);
   PrintComparison(reporter, "FrameQueue copy path", "BM_FrameQueueCopyPath", "BM_MemcpyFrame1080p", 2.5);
+  PrintComparison(reporter, "same, frame reused", "BM_FrameQueueCopyPathReusedFrame", "BM_MemcpyFrame1080p",
+                  2.5);
   PrintComparison(reporter, "new+memcpy+delete", "BM_MallocMemcpyFree1080p", "BM_MemcpyFrame1080p", 2.5);
   std::printf(
       "base: bare sws_scale of the same conversion for the Scale rows, one memcpy of the 1080p I420 frame "

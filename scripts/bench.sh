@@ -6,7 +6,10 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ROOMCORE_BENCH_BUILD_DIR:-$root/build-bench}
 
-"$root/scripts/setup.sh" >/dev/null
+cache=${ROOMCORE_CACHE:-/var/cache/roomcore}
+if [ ! -f "$cache/benchmark/lib/libbenchmark.a" ] || [ ! -f "$cache/ffmpeg/include/libswscale/swscale.h" ]; then
+  "$root/scripts/setup.sh"
+fi
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-i686.cmake" \
   -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" --target roomcore_bench
