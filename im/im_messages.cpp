@@ -1,7 +1,6 @@
 // ImManagerImpl: sending (the queue of whiteboard data that waits for the
 // group, the message JSON, the outcome) and receiving (the filter, the
 // deliveries, the cache of whiteboard data).
-#include <io.h>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -28,7 +27,7 @@ std::string DataText(const char* data, int length) {
 }
 
 // Custom content: the data up to its first NUL; null data is empty.
-std::string CContent(const char* data) { return data ? std::string(data) : std::string(); }
+std::string CustomContent(const char* data) { return data ? std::string(data) : std::string(); }
 
 // A JSON number as an int; a number that is not a whole value in the range
 // of int is no known type and gives -1.
@@ -116,11 +115,11 @@ void ImManagerImpl::SendGroupTextMessage(const std::string& text) {
 }
 
 void ImManagerImpl::SendC2CCustomMessage(const std::string& usr_id, const char* data, int) {
-  SendTIMMessage(kTIMConv_C2C, usr_id, CContent(data), IMEvent_SendC2CCustom, kTIMElem_Custom, nullptr);
+  SendTIMMessage(kTIMConv_C2C, usr_id, CustomContent(data), IMEvent_SendC2CCustom, kTIMElem_Custom, nullptr);
 }
 
 void ImManagerImpl::SendGroupCustomMessage(const char* data, int, void*) {
-  SendTIMMessage(kTIMConv_Group, CopyCredentials().group_id, CContent(data), IMEvent_SendGroupCustom,
+  SendTIMMessage(kTIMConv_Group, CopyCredentials().group_id, CustomContent(data), IMEvent_SendGroupCustom,
                  kTIMElem_Custom, nullptr);
 }
 

@@ -120,31 +120,32 @@ class StandIn {
     changed_.notify_all();
   }
 
-  // Drops queued work and waits for a running callback, unless the caller is
-  // that callback.
+  // Waits for a running callback (unless the caller is that callback), then
+  // drops queued work and registrations. Whatever the running callback
+  // queued or registered meanwhile goes too, so that nothing reaches a
+  // caller that is about to go away.
   void DropQueued(std::unique_lock<std::mutex>& lock) {
-    queue_.clear();
-    parked_.clear();
     if (GetCurrentThreadId() != dispatcher_id_) {
       changed_.wait(lock, [this] { return !running_; });
     }
+    queue_.clear();
+    parked_.clear();
+    registrations_ = Registrations();
   }
 
   void Uninit() {
     std::unique_lock<std::mutex> lock(mutex_);
-    registrations_ = Registrations();
     DropQueued(lock);
   }
 
   void Reset() {
     std::unique_lock<std::mutex> lock(mutex_);
-    registrations_ = Registrations();
+    DropQueued(lock);
     calls_.clear();
     results_.clear();
     outcomes_.clear();
     held_.clear();
     echo_peer_.clear();
-    DropQueued(lock);
   }
 
   void ScriptResult(const char* function, int result) {
