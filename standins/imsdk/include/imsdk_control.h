@@ -14,8 +14,8 @@
 //   never on the thread that made the call and never with the stand-in's lock
 //   held. A call made from inside a callback has its own callback queued
 //   behind the running one.
-// - TIMUninit clears every registration and drops queued callbacks; it waits
-//   for a callback that is running unless called from inside one.
+// - TIMUninit waits for a running callback (unless called from inside one),
+//   then drops every registration and every queued or held callback.
 // - TIMAddRecvNewMsgCallback keeps one registration per callback function;
 //   adding the same function again replaces its user_data.
 // - Echo peer: when set, every accepted group message whose send succeeds
