@@ -1,4 +1,7 @@
 // Device lists, choice, open/close, volumes, hot-plug and device tests.
+#include <atomic>
+#include <thread>
+
 #include "engine_test_support.h"
 
 namespace engine_test {
@@ -350,6 +353,64 @@ TEST_F(EngineDevice, ReadyCallbacksLogTheirThread) {
   const std::wstring id = std::to_wstring(static_cast<int>(LiteavCallbackThreadId()));
   EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), (std::vector<std::wstring>{L"onCameraDidReady: ThreadId=" + id,
                                                                         L"onMicDidReady: ThreadId=" + id}));
+}
+
+}  // namespace
+}  // namespace engine_test
+
+namespace engine_test {
+namespace {
+
+class EngineStress : public EngineTest {};
+
+// Host threads, the SDK's callback thread and the task thread all at once:
+// the room calls hold lock_ across the SDK, the list reloads take it on the
+// task thread, the host reads the lists from inside OnDeviceChanged. Nothing
+// may deadlock and every event must arrive whole.
+TEST_F(EngineStress, HostSdkAndTaskThreadsTogether) {
+  std::atomic<int> lists_seen{0};
+  events_.on_device_changed = [&](int32_t) {
+    DeviceRecord* devices = nullptr;
+    int32_t count = 0;
+    if (engine_->GetCameraDevices(&devices, &count) && count == 2) ++lists_seen;
+    FreeDeviceRecords(devices);
+  };
+  std::atomic<bool> stop{false};
+  std::thread room([&] {
+    for (int i = 0; !stop; ++i) {
+      engine_->EnterRoom("1", "2", i % 2 ? "alice" : "bob", "s");
+      engine_->OpenCamera(nullptr);
+      engine_->ExitRoom();
+    }
+  });
+  std::thread devices([&] {
+    DeviceRecord record = {};
+    for (int i = 0; !stop; ++i) {
+      strcpy(record.name, i % 2 ? "Cam A" : "Cam B");
+      engine_->SetCameraDevice(&record);
+      engine_->OpenMicDevice(&record);
+      DeviceRecord* list = nullptr;
+      int32_t count = 0;
+      if (engine_->GetMicDevices(&list, &count)) FreeDeviceRecords(list);
+    }
+  });
+  for (int i = 0; i < 200; ++i) {
+    Fire([i](ITRTCCloudCallback* cb) {
+      cb->onDeviceChange(i % 2 ? "Cam A" : "Cam B", TRTCDeviceTypeCamera, i % 3);
+      TRTCVolumeInfo volume = {"", static_cast<uint32_t>(i)};
+      cb->onUserVoiceVolume(&volume, 1, 0);
+    });
+  }
+  ASSERT_TRUE(events_.WaitFor("OnDeviceChanged(0)", 200, 20000));
+  stop = true;
+  room.join();
+  devices.join();
+  EXPECT_EQ(lists_seen, 200);
+  for (const std::string& text : events_.Texts("OnUserVoiceVolume")) {
+    ASSERT_TRUE(text.rfind("OnUserVoiceVolume(alice:", 0) == 0 ||
+                text.rfind("OnUserVoiceVolume(bob:", 0) == 0 || text.rfind("OnUserVoiceVolume(:", 0) == 0)
+        << text;
+  }
 }
 
 }  // namespace
