@@ -146,6 +146,48 @@ TEST_F(ImReceiveTest, WhiteBoardDataIsCachedUntilAnInterfaceIsSetThenDeliveredIn
   EXPECT_EQ(journal_.Of(Received::kWhiteBoardData)[2].sender, "bob");
 }
 
+// Delivers a live batch from inside the first cached delivery and returns
+// once the SDK thread has begun handling it.
+class LiveDuringFlush : public RecordingWhiteBoard {
+ public:
+  LiveDuringFlush(Journal* journal, testing_support::LogCapture* log)
+      : RecordingWhiteBoard(journal), log_(log) {}
+
+  void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
+    RecordingWhiteBoard::OnRecvWhiteBoardData(group_id, sender, data, length);
+    if (sent_live_) return;
+    sent_live_ = true;
+    const std::string batch = "[" + CustomMessage(kGroup, "bob", "live") + "]";
+    ImsdkDeliverMessages(batch.c_str());
+    reached_ = log_->WaitFor(L"HandleTIMRecvNewMsgCallback:" + Widen(batch), 1, kWait);
+  }
+
+  bool reached_ = false;
+
+ private:
+  testing_support::LogCapture* log_;
+  bool sent_live_ = false;
+};
+
+TEST_F(ImReceiveTest, LiveDataWaitsBehindAFlushOfTheCache) {
+  Deliver("[" + CustomMessage(kGroup, "bob", "cached 1") + "]");
+  Deliver("[" + CustomMessage(kGroup, "bob", "cached 2") + "]");
+  LiveDuringFlush board(&journal_, &log_);
+  manager_->SetWhiteBoardCallback(&board);
+  EXPECT_TRUE(board.reached_);
+  ASSERT_TRUE(journal_.WaitForKind(Received::kWhiteBoardData, 3, kWait));
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[0].data, "cached 1");
+  EXPECT_EQ(got[1].data, "cached 2");
+  EXPECT_EQ(got[2].data, "live");
+  EXPECT_EQ(got[2].sender, "bob");
+  EXPECT_NE(got[2].thread_id, GetCurrentThreadId());
+  // The manager must not call this interface once the test is over.
+  manager_->SetWhiteBoardCallback(nullptr);
+}
+
 TEST_F(ImReceiveTest, ClearingTheInterfaceKeepsTheCache) {
   Deliver("[" + CustomMessage(kGroup, "bob", "kept 1") + "]");
   manager_->SetWhiteBoardCallback(nullptr);
