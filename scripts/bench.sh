@@ -15,5 +15,5 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-
 cmake --build "$build" --target roomcore_bench
 
 source "$root/scripts/test-env.sh"
-echo "machine: $(nproc) CPUs, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//'), $(wine --version)"
+echo "machine: $(nproc) CPUs, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//'), $(wine --version); load average before the run: $(cut -d" " -f1-3 /proc/loadavg)"
 "$root/scripts/wine-run.sh" "$build/bin/roomcore_bench.exe" "$@"
