@@ -68,6 +68,8 @@ void FrameScaler::Rebuild(int width, int height, int source_width, int source_he
   // failure below can never leave a stale context next to a new image.
   Release();
 
+  // Modes 0 and 2 fit and centre; a value without a meaning of its own is
+  // taken as fitting too, the mode that keeps the picture's proportions.
   int fitted_width = width;
   int fitted_height = height;
   if (mode != kStretch) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/i420_frame.h"
+#include "bench/allocation_hooks.h"
 
 extern "C" {
 #include <libavutil/pixfmt.h>
@@ -489,6 +490,40 @@ TEST(FrameScalerFailure, SizesThatDescribeNoPictureAreRefused) {
                kFit);
   EXPECT_EQ(scaler.rebuild_count(), 0);
   for (uint32_t i = 0; i < f->size; ++i) ASSERT_EQ(f->data[i], kSentinel) << i;
+}
+
+}  // namespace
+
+namespace {
+
+// Allocation calls counted in this program, avutil and swscale (see
+// bench/allocation_hooks.h for what the count covers).
+TEST(FrameScalerAllocations, SteadyStateAllocatesNothing) {
+  bench::InstallAllocationHooks();
+  Bgra source(1280, 1024), other(800, 600);
+  source.Fill([](int x, int y) { return Rgb{x & 255, y & 255, 9}; });
+  other.Fill([](int x, int y) { return Rgb{y & 255, x & 255, 9}; });
+  Target target(1920, 1080);
+  FrameScaler scaler;
+
+  int64_t before = bench::AllocationCount();
+  Scale(scaler, target, source);
+  EXPECT_GT(bench::AllocationCount(), before) << "the first frame makes the context and the image";
+
+  before = bench::AllocationCount();
+  for (int i = 0; i < 5; ++i) Scale(scaler, target, source);
+  EXPECT_EQ(bench::AllocationCount(), before);
+
+  before = bench::AllocationCount();
+  Scale(scaler, target, other);
+  EXPECT_GT(bench::AllocationCount(), before) << "a new size rebuilds";
+  before = bench::AllocationCount();
+  Scale(scaler, target, other);
+  Scale(scaler, target, other, kStretch);  // a rebuild again
+  const int64_t after_mode_change = bench::AllocationCount();
+  EXPECT_GT(after_mode_change, before);
+  Scale(scaler, target, other, kStretch);
+  EXPECT_EQ(bench::AllocationCount(), after_mode_change);
 }
 
 }  // namespace
