@@ -1,0 +1,152 @@
+// The desktop stream: pictures pushed through the engine come out of the
+// SDK's pull.
+#include <random>
+#include <thread>
+
+#include "engine_test_support.h"
+
+namespace engine_test {
+namespace {
+
+std::vector<uint8_t> Picture(int width, int height, uint32_t seed) {
+  const size_t size = static_cast<size_t>(width) * height + 2 * (((width + 1) / 2) * ((height + 1) / 2));
+  std::vector<uint8_t> bytes(size);
+  std::mt19937 random(seed);
+  for (uint8_t& b : bytes) b = static_cast<uint8_t>(random());
+  return bytes;
+}
+
+class EngineDesktop : public EngineTest {
+ protected:
+  // One synchronous pull through the stand-in.
+  int32_t Pull(TRTCVideoFrame* frame) {
+    buffer_.assign(1920 * 1080 * 3 / 2, 0xEE);
+    return LiteavPullVideoFrame(buffer_.data(), static_cast<uint32_t>(buffer_.size()), frame);
+  }
+  std::vector<uint8_t> buffer_;
+};
+
+TEST_F(EngineDesktop, PushBeforeEnableIsRefused) {
+  std::vector<uint8_t> picture = Picture(16, 8, 1);
+  EXPECT_FALSE(engine_->PushDesktopFrame(picture.data(), 192, 16, 8, 5));
+  engine_->EnableCaptureDesktopVideo(true);
+  TRTCVideoFrame frame;
+  EXPECT_EQ(Pull(&frame), 0);  // nothing was queued
+}
+
+TEST_F(EngineDesktop, EnableRegistersTheSourceWithTheSdk) {
+  engine_->EnableCaptureDesktopVideo(true);
+  EXPECT_TRUE(LiteavHasSource());
+  engine_->EnableCaptureDesktopVideo(false);
+  EXPECT_FALSE(LiteavHasSource());
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"setStreamDataSource(source,0)", "setStreamDataSource(null,0)"}));
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
+            (std::vector<std::wstring>{L"EnableCaptureDesktopVideo:1", L"EnableCaptureDesktopVideo:0"}));
+}
+
+TEST_F(EngineDesktop, APushedPictureComesOutByteForByteWithItsPts) {
+  engine_->EnableCaptureDesktopVideo(true);
+  std::vector<uint8_t> picture = Picture(1920, 1080, 7);
+  ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), 0, 1920, 1080, 0x123456789ALL));
+  TRTCVideoFrame frame;
+  ASSERT_EQ(Pull(&frame), static_cast<int32_t>(picture.size()));
+  EXPECT_EQ(frame.video_format, TRTCVideoPixelFormat_I420);
+  EXPECT_EQ(frame.buffer_type, TRTCVideoBufferType_Buffer);
+  EXPECT_EQ(frame.width, 1920);
+  EXPECT_EQ(frame.height, 1080);
+  EXPECT_EQ(frame.length, picture.size());
+  EXPECT_EQ(frame.timestamp, 0x123456789AULL);
+  EXPECT_TRUE(std::equal(picture.begin(), picture.end(), buffer_.begin()));
+  EXPECT_EQ(Pull(&frame), 0);  // the queue is empty again
+}
+
+TEST_F(EngineDesktop, OddSizedPicture) {
+  engine_->EnableCaptureDesktopVideo(true);
+  std::vector<uint8_t> picture = Picture(5, 3, 2);
+  ASSERT_EQ(picture.size(), 27u);
+  ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), 999999, 5, 3, 9));
+  TRTCVideoFrame frame;
+  ASSERT_EQ(Pull(&frame), 27);
+  EXPECT_EQ(frame.length, 27u);
+  EXPECT_TRUE(std::equal(picture.begin(), picture.end(), buffer_.begin()));
+  EXPECT_EQ(buffer_[27], 0xEE);  // nothing written past the picture
+}
+
+TEST_F(EngineDesktop, ThirteenPushesKeepTheNewestTwelve) {
+  engine_->EnableCaptureDesktopVideo(true);
+  std::vector<std::vector<uint8_t>> pictures;
+  for (int i = 1; i <= 13; ++i) {
+    pictures.push_back(Picture(32, 16, i));
+    ASSERT_TRUE(engine_->PushDesktopFrame(pictures.back().data(), 768, 32, 16, i));
+  }
+  for (int i = 2; i <= 13; ++i) {
+    TRTCVideoFrame frame;
+    ASSERT_EQ(Pull(&frame), 768);
+    EXPECT_EQ(frame.timestamp, static_cast<uint64_t>(i));
+    EXPECT_TRUE(std::equal(pictures[i - 1].begin(), pictures[i - 1].end(), buffer_.begin())) << i;
+  }
+  TRTCVideoFrame frame;
+  EXPECT_EQ(Pull(&frame), 0);
+}
+
+TEST_F(EngineDesktop, SwitchingOffAndOnEmptiesTheQueue) {
+  engine_->EnableCaptureDesktopVideo(true);
+  std::vector<uint8_t> picture = Picture(8, 8, 3);
+  ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), 96, 8, 8, 1));
+  engine_->EnableCaptureDesktopVideo(false);
+  EXPECT_FALSE(engine_->PushDesktopFrame(picture.data(), 96, 8, 8, 2));
+  TRTCVideoFrame frame;
+  EXPECT_EQ(Pull(&frame), LiteavNoSource);
+  engine_->EnableCaptureDesktopVideo(true);
+  EXPECT_EQ(Pull(&frame), 0);
+}
+
+TEST_F(EngineDesktop, TheSdkPullsOnItsOwnThreadAtItsRate) {
+  engine_->EnableCaptureDesktopVideo(true);
+  LiteavSetPullRate(200);
+  const uint32_t before = LiteavPulledFrameCount();
+  std::vector<uint8_t> picture = Picture(64, 32, 4);
+  ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), 3072, 64, 32, 77));
+  ASSERT_TRUE(testing_support::WaitUntil([&] { return LiteavPulledFrameCount() > before; }));
+  TRTCVideoFrame frame;
+  std::vector<uint8_t> bytes(picture.size());
+  ASSERT_TRUE(LiteavLastPulledFrame(&frame, bytes.data(), static_cast<uint32_t>(bytes.size())));
+  EXPECT_EQ(frame.timestamp, 77u);
+  EXPECT_EQ(bytes, picture);
+  LiteavSetPullRate(0);
+}
+
+TEST_F(EngineDesktop, NoPullAfterTheSourceIsGone) {
+  const int destroyed = LiteavDestroyedSourceCount();
+  engine_->EnableCaptureDesktopVideo(true);
+  LiteavSetPullRate(1000);
+  std::atomic<bool> stop{false};
+  std::atomic<int> sync_pulls{0};
+  // A second SDK-side puller on its own thread, racing the release.
+  std::thread puller([&] {
+    std::vector<char> buffer(64 * 32 * 3 / 2);
+    while (!stop) {
+      TRTCVideoFrame frame;
+      LiteavPullVideoFrame(buffer.data(), static_cast<uint32_t>(buffer.size()), &frame);
+      ++sync_pulls;
+    }
+  });
+  std::vector<uint8_t> picture = Picture(64, 32, 5);
+  for (int i = 0; i < 50; ++i) engine_->PushDesktopFrame(picture.data(), 3072, 64, 32, i);
+  ASSERT_TRUE(testing_support::WaitUntil([&] { return sync_pulls > 10; }));
+  ReleaseRTCEngine();
+  EXPECT_EQ(LiteavDestroyedSourceCount(), destroyed + 1);
+  EXPECT_FALSE(LiteavHasSource());
+  const int after = sync_pulls;
+  ASSERT_TRUE(testing_support::WaitUntil([&] { return sync_pulls > after + 10; }));
+  stop = true;
+  puller.join();
+  LiteavSetPullRate(0);
+  TRTCVideoFrame frame;
+  char byte;
+  EXPECT_EQ(LiteavPullVideoFrame(&byte, 1, &frame), LiteavNoSource);
+}
+
+}  // namespace
+}  // namespace engine_test

@@ -1,0 +1,356 @@
+// Device lists, choice, open/close, volumes, hot-plug and device tests.
+#include "engine_test_support.h"
+
+namespace engine_test {
+namespace {
+
+class EngineDevice : public EngineTest {};
+
+TEST_F(EngineDevice, ListsComeFromTheCacheAsNewArrays) {
+  DeviceRecord* mics = nullptr;
+  int32_t count = 0;
+  ASSERT_TRUE(engine_->GetMicDevices(&mics, &count));
+  EXPECT_EQ(Names(mics, count), (std::vector<std::string>{"Mic A", "Mic B"}));
+  for (int32_t i = 0; i < count; ++i) {
+    for (char c : mics[i].reserved) ASSERT_EQ(c, 0);
+  }
+  FreeDeviceRecords(mics);
+  EXPECT_EQ(LiteavCountCalls("getMicDevicesList"), 0);  // the cache, not the SDK
+  DeviceRecord* speakers = nullptr;
+  ASSERT_TRUE(engine_->GetSpeakerDevices(&speakers, &count));
+  EXPECT_EQ(Names(speakers, count), std::vector<std::string>{"Speaker A"});
+  FreeDeviceRecords(speakers);
+  FreeDeviceRecords(nullptr);
+}
+
+TEST(EngineDeviceLists, EmptyListsGiveFalseNullAndZero) {
+  LiteavReset();
+  RTCEngine* engine = CreaeRTCEngine();
+  DeviceRecord* devices = reinterpret_cast<DeviceRecord*>(0x1);
+  int32_t count = 5;
+  EXPECT_FALSE(engine->GetMicDevices(&devices, &count));
+  EXPECT_EQ(devices, nullptr);
+  EXPECT_EQ(count, 0);
+  devices = reinterpret_cast<DeviceRecord*>(0x1);
+  count = 5;
+  EXPECT_FALSE(engine->GetCameraDevices(&devices, &count));
+  EXPECT_EQ(devices, nullptr);
+  EXPECT_EQ(count, 0);
+  devices = reinterpret_cast<DeviceRecord*>(0x1);
+  count = 5;
+  EXPECT_FALSE(engine->GetSpeakerDevices(&devices, &count));
+  EXPECT_EQ(devices, nullptr);
+  EXPECT_EQ(count, 0);
+  ReleaseRTCEngine();
+}
+
+TEST(EngineDeviceLists, OverlongNamesAreCutWithANulOnACharacterBoundary) {
+  LiteavReset();
+  // 510 ASCII bytes then a 3-byte character: 513 bytes, which can't fit 511.
+  const std::string name = std::string(510, 'n') + "\xE2\x82\xAC";
+  liteav_control::SetDevices(TRTCDeviceTypeCamera, {name});
+  RTCEngine* engine = CreaeRTCEngine();
+  DeviceRecord* devices = nullptr;
+  int32_t count = 0;
+  ASSERT_TRUE(engine->GetCameraDevices(&devices, &count));
+  EXPECT_EQ(std::string(devices[0].name), std::string(510, 'n'));
+  FreeDeviceRecords(devices);
+  ReleaseRTCEngine();
+}
+
+TEST_F(EngineDevice, ARecordFromTheListChoosesTheCamera) {
+  DeviceRecord* cameras = nullptr;
+  int32_t count = 0;
+  ASSERT_TRUE(engine_->GetCameraDevices(&cameras, &count));
+  engine_->SetCameraDevice(&cameras[1]);
+  FreeDeviceRecords(cameras);
+  engine_->SetCameraDevice(nullptr);
+  EXPECT_EQ(liteav_control::Calls(), std::vector<std::string>{"setCurrentCameraDevice(Cam B)"});
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), std::vector<std::wstring>{L"SetCameraDevice:Cam B"});
+}
+
+TEST_F(EngineDevice, AHostRecordWithoutNulIsReadWithinItsField) {
+  DeviceRecord record;
+  memset(&record, 'z', sizeof(record));
+  engine_->SetSpeakerDevice(&record);
+  EXPECT_EQ(liteav_control::Calls(),
+            std::vector<std::string>{"setCurrentSpeakerDevice(" + std::string(512, 'z') + ")"});
+}
+
+TEST_F(EngineDevice, OpenCameraTwiceStartsThePreviewOnce) {
+  const HWND view = reinterpret_cast<HWND>(0x1234);
+  engine_->OpenCamera(view);
+  engine_->OpenCamera(view);
+  EXPECT_EQ(LiteavCountCalls("startLocalPreview(4660)"), 1);
+  EXPECT_EQ(LiteavCountCalls("setVideoEncoderParam(56,0,12,250)"), 2);
+  EXPECT_EQ(LiteavCountCalls("setBeautyStyle(0,2,2,1)"), 2);
+  EXPECT_EQ(log_.Count(L"startLocalPreview"), 1);
+  engine_->CloseCamera();
+  engine_->CloseCamera();
+  EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 1);
+  EXPECT_EQ(log_.Count(L"stopLocalPreview"), 1);
+  EXPECT_EQ(log_.Count(L"CloseCamera"), 2);
+}
+
+TEST_F(EngineDevice, CameraAndCameraTestKeepThePictureForEachOther) {
+  engine_->OpenCamera(nullptr);
+  engine_->StartCameraDeviceTest(nullptr);
+  engine_->StartCameraDeviceTest(nullptr);
+  EXPECT_EQ(LiteavCountCalls("startCameraDeviceTest"), 1);
+  EXPECT_EQ(LiteavCountCalls("setVideoEncoderParam"), 3);
+  engine_->CloseCamera();  // the test still shows the picture
+  EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 0);
+  engine_->StopCameraDeviceTest();
+  EXPECT_EQ(LiteavCountCalls("stopCameraDeviceTest"), 1);
+  EXPECT_TRUE(log_.Contains(L"inner stopCameraDeviceTest"));
+
+  LiteavReset();
+  engine_->StartCameraDeviceTest(nullptr);
+  engine_->OpenCamera(nullptr);
+  engine_->StopCameraDeviceTest();  // the open camera keeps it
+  EXPECT_EQ(LiteavCountCalls("stopCameraDeviceTest"), 0);
+  engine_->StartCameraDeviceTest(nullptr);  // cleared: starts again
+  EXPECT_EQ(LiteavCountCalls("startCameraDeviceTest"), 2);
+}
+
+TEST_F(EngineDevice, MicTestUsesTheSdkWhileDesktopCaptureIsOff) {
+  engine_->StopMicDeviceTest();
+  EXPECT_TRUE(log_.Messages(L"RTCEngineImpl").empty());
+  engine_->StartMicDeviceTest();
+  engine_->StopMicDeviceTest();
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"startMicDeviceTest(400)", "stopMicDeviceTest()"}));
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
+            (std::vector<std::wstring>{L"StartMicDeviceTest", L"StopMicDeviceTest"}));
+  Fire([](ITRTCCloudCallback* cb) { cb->onTestMicVolume(42); });
+  EXPECT_EQ(events_.Texts(), std::vector<std::string>{"OnMicTestVolume(42)"});
+}
+
+TEST_F(EngineDevice, MicTestLeavesTheSdkAloneWhileDesktopCaptureIsOn) {
+  engine_->EnableCaptureDesktopVideo(true);
+  LiteavReset();
+  log_.Clear();
+  engine_->StartMicDeviceTest();
+  engine_->StopMicDeviceTest();
+  EXPECT_EQ(LiteavCallCount(), 0);
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), std::vector<std::wstring>{L"StopMicDeviceTest"});
+}
+
+TEST_F(EngineDevice, OpenMicDeviceChoosesOnTheTaskThread) {
+  DeviceRecord record = {};
+  strcpy(record.name, "Mic B");
+  engine_->OpenMicDevice(&record);
+  DeviceRecord empty = {};
+  engine_->OpenMicDevice(&empty);  // keeps the choice, still posts
+  engine_->OpenMicDevice(nullptr);
+  DrainTaskThread();
+  EXPECT_EQ(LiteavCountCalls("setCurrentMicDevice(Mic B)"), 3);
+  DWORD thread = 0;
+  LiteavGetCall(0, nullptr, 0, &thread);
+  EXPECT_EQ(thread, TaskThreadId());
+  EXPECT_EQ(log_.Count(L"OpenMicDevice:Mic B"), 1);
+  EXPECT_EQ(log_.Count(L"OpenMicDevice:"), 1);
+  EXPECT_EQ(log_.Count(L"OpenMicDevice:null.default device."), 1);
+  EXPECT_EQ(log_.Count(L"OnOpenMicDeviceTask, is_in_room_: 0, is_open_mic_: 0"), 3);
+  EXPECT_EQ(log_.Count(L"OnOpenMicDeviceTask, set_dev: Mic B, get_dev: Mic B"), 3);
+}
+
+TEST_F(EngineDevice, OpenMicDeviceWithNothingChosenOnlyLogs) {
+  engine_->OpenMicDevice(nullptr);
+  DrainTaskThread();
+  EXPECT_TRUE(log_.Contains(L"OnOpenMicDeviceTask, is_in_room_: 0, is_open_mic_: 0"));
+  EXPECT_EQ(LiteavCountCalls("setCurrentMicDevice"), 0);
+  EXPECT_EQ(LiteavCountCalls("getCurrentMicDevice"), 0);
+}
+
+TEST_F(EngineDevice, CloseMicDeviceRunsOnTheTaskThread) {
+  engine_->CloseMicDevice();
+  DrainTaskThread();
+  EXPECT_TRUE(log_.Contains(L"CloseMicDevice"));
+  EXPECT_TRUE(log_.Contains(L"OnCloseMicDeviceTask: 0"));
+  EXPECT_EQ(LiteavCountCalls("stopLocalAudio"), 0);
+}
+
+TEST_F(EngineDevice, LocalAudioAndVideoSwitches) {
+  LiteavSetCurrentDevice(TRTCDeviceTypeMic, "Mic A", false);
+  engine_->EnableLocalAudio(true);
+  engine_->EnableLocalAudio(false);
+  engine_->EnableLocalVideo(true);
+  engine_->EnableLocalVideo(false);
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"startLocalAudio()", "getCurrentMicDevice()", "stopLocalAudio()",
+                                      "getCurrentMicDevice()", "muteLocalVideo(0)", "muteLocalVideo(1)"}));
+  EXPECT_EQ(
+      log_.Messages(L"RTCEngineImpl"),
+      (std::vector<std::wstring>{L"EnableLocalAudio: 1, is_in_room_: 0", L"EnableLocalAudio, get_dev: Mic A",
+                                 L"EnableLocalAudio: 0, is_in_room_: 0", L"EnableLocalAudio, get_dev: Mic A",
+                                 L"EnableLocalVideo:1", L"EnableLocalVideo:0"}));
+}
+
+TEST_F(EngineDevice, CaptureSystemAudioTaskAsksForTheSpeaker) {
+  const std::wstring asked = L"OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0";
+  const std::wstring named = L"OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: Speaker A";
+  const std::wstring unnamed = L"OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: nulllptr";
+  engine_->EnableCaptureSystemAudio(true);  // no current speaker
+  DrainTaskThread();
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
+            (std::vector<std::wstring>{L"EnableCaptureSystemAudio:1", asked}));
+  LiteavSetCurrentDevice(TRTCDeviceTypeSpeaker, "Speaker A", false);
+  engine_->EnableCaptureSystemAudio(true);
+  DrainTaskThread();
+  LiteavSetCurrentDevice(TRTCDeviceTypeSpeaker, nullptr, true);
+  engine_->EnableCaptureSystemAudio(true);
+  DrainTaskThread();
+  EXPECT_EQ(log_.Count(asked), 3);
+  EXPECT_EQ(log_.Count(named), 1);
+  EXPECT_EQ(log_.Count(unnamed), 1);
+  EXPECT_EQ(liteav_control::Calls(), std::vector<std::string>(3, "getCurrentSpeakerDevice()"));
+}
+
+TEST_F(EngineDevice, VolumesOutOfRangeAreDropped) {
+  LiteavSetVolume(0, 33);
+  LiteavSetVolume(1, 66);
+  EXPECT_EQ(engine_->GetMicVolume(), 33u);
+  EXPECT_EQ(engine_->GetSpeakerVolume(), 66u);
+  LiteavReset();
+  engine_->SetSpeakerVolume(101);
+  engine_->SetSpeakerVolume(-1);
+  engine_->SetSpeakerVolume(100);
+  engine_->SetSpeakerVolume(0);
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"setCurrentSpeakerVolume(100)", "setCurrentSpeakerVolume(0)"}));
+  EXPECT_TRUE(log_.Messages(L"RTCEngineImpl").empty());
+}
+
+// Hot-plug.
+
+TEST_F(EngineDevice, MicHotPlugReloadsThenTellsTheHostOnTheTaskThread) {
+  LiteavSetCurrentDevice(TRTCDeviceTypeMic, "Mic A", false);
+  std::vector<std::string> seen;
+  events_.on_device_changed = [&](int32_t) {
+    // The fresh list, from inside the event, without colliding with the engine.
+    DeviceRecord* devices = nullptr;
+    int32_t count = 0;
+    if (engine_->GetMicDevices(&devices, &count)) seen = Names(devices, count);
+    FreeDeviceRecords(devices);
+  };
+  liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic B", "Mic C"});
+  for (int state : {0, 1, 2}) {
+    Fire([state](ITRTCCloudCallback* cb) { cb->onDeviceChange("Mic C", TRTCDeviceTypeMic, state); });
+    ASSERT_TRUE(events_.WaitFor("OnDeviceChanged(1)", state + 1));
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"Mic B", "Mic C"}));
+  EXPECT_EQ(events_.ThreadOf("OnDeviceChanged(1)"), TaskThreadId());
+  EXPECT_TRUE(log_.Contains(L"onDeviceChange: Mic C , mic state is 0"));
+  EXPECT_TRUE(log_.Contains(L"onDeviceChange: Mic C , mic state is 2"));
+  EXPECT_EQ(log_.Count(L"OnMicChangedTask, get_dev: Mic A"), 3);
+  EXPECT_EQ(LiteavCountCalls("getMicDevicesList"), 3);
+}
+
+TEST_F(EngineDevice, LossOfTheChosenCameraClosesItThenReloadsAndTells) {
+  DeviceRecord record = {};
+  strcpy(record.name, "Cam A");
+  engine_->SetCameraDevice(&record);
+  engine_->OpenCamera(nullptr);
+  engine_->StartCameraDeviceTest(nullptr);
+  engine_->StopCameraDeviceTest();  // camera open: SDK test stays
+  engine_->StartCameraDeviceTest(nullptr);
+  LiteavReset();
+  log_.Clear();
+  std::vector<std::string> seen;
+  events_.on_device_changed = [&](int32_t) {
+    DeviceRecord* devices = nullptr;
+    int32_t count = 0;
+    if (engine_->GetCameraDevices(&devices, &count)) seen = Names(devices, count);
+    FreeDeviceRecords(devices);
+  };
+  liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam B"});
+  Fire([](ITRTCCloudCallback* cb) {
+    cb->onDeviceChange("Cam A", TRTCDeviceTypeCamera, TRTCDeviceStateRemove);
+  });
+  ASSERT_TRUE(events_.WaitFor("OnDeviceChanged(0)"));
+  EXPECT_EQ(events_.ThreadOf("OnDeviceChanged(0)"), TaskThreadId());
+  EXPECT_EQ(seen, std::vector<std::string>{"Cam B"});
+  // The camera test kept the preview at CloseCamera; its stop then ended the test.
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"stopCameraDeviceTest()", "getCameraDevicesList()"}));
+  EXPECT_EQ(
+      log_.Messages(L"RTCEngineImpl"),
+      (std::vector<std::wstring>{L"onDeviceChange: Cam A , camera state is 1", L"OnCameraChangedTask",
+                                 L"CloseCamera", L"StopCameraDeviceTest", L"inner stopCameraDeviceTest"}));
+}
+
+TEST_F(EngineDevice, OtherCameraChangesCloseNothingButStillReloadAndTell) {
+  DeviceRecord record = {};
+  strcpy(record.name, "Cam A");
+  engine_->SetCameraDevice(&record);
+  engine_->OpenCamera(nullptr);
+  LiteavReset();
+  Fire([](ITRTCCloudCallback* cb) {
+    cb->onDeviceChange("Cam B", TRTCDeviceTypeCamera, TRTCDeviceStateRemove);
+    cb->onDeviceChange("Cam A", TRTCDeviceTypeCamera, TRTCDeviceStateAdd);
+    cb->onDeviceChange("Cam A", TRTCDeviceTypeCamera, TRTCDeviceStateActive);
+  });
+  ASSERT_TRUE(events_.WaitFor("OnDeviceChanged(0)", 3));
+  EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 0);
+  EXPECT_EQ(LiteavCountCalls("getCameraDevicesList"), 3);
+  EXPECT_FALSE(log_.Contains(L"CloseCamera"));
+}
+
+TEST_F(EngineDevice, SpeakerChangesSteerSystemAudioCapture) {
+  struct Case {
+    int state;
+    std::vector<std::wstring> lines;
+  } cases[] = {
+      {TRTCDeviceStateRemove,
+       {L"onDeviceChange: Speaker A , speaker state is 1", L"OnSpeakChangeTask",
+        L"EnableCaptureSystemAudio:0", L"EnableCaptureSystemAudio:0",
+        L"OnEnableCaptureSystemAudioTask, enable: 0, is_record_system_voice_: 0"}},
+      {TRTCDeviceStateAdd,
+       {L"onDeviceChange: Speaker A , speaker state is 0", L"OnSpeakChangeTask",
+        L"EnableCaptureSystemAudio:1", L"EnableCaptureSystemAudio:1",
+        L"OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0"}},
+      {TRTCDeviceStateActive, {L"onDeviceChange: Speaker A , speaker state is 2", L"OnSpeakChangeTask"}},
+  };
+  for (const Case& c : cases) {
+    log_.Clear();
+    const int state = c.state;
+    Fire([state](ITRTCCloudCallback* cb) { cb->onDeviceChange("Speaker A", TRTCDeviceTypeSpeaker, state); });
+    ASSERT_TRUE(log_.WaitFor(c.lines.back()));
+    DrainTaskThread();
+    std::vector<std::wstring> lines = log_.Messages(L"RTCEngineImpl");
+    EXPECT_EQ(lines, c.lines) << state;
+  }
+  // A device type the engine doesn't know is freed without a word.
+  log_.Clear();
+  Fire([](ITRTCCloudCallback* cb) { cb->onDeviceChange("Thing", 7, TRTCDeviceStateAdd); });
+  DrainTaskThread();
+  EXPECT_TRUE(log_.Messages(L"RTCEngineImpl").empty());
+  EXPECT_TRUE(events_.Events().empty());  // no host event for a speaker
+}
+
+TEST_F(EngineDevice, DeviceEventsBeforeInitializeAreDropped) {
+  engine_->UnInitialize();
+  liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic Z"});
+  Fire([](ITRTCCloudCallback* cb) { cb->onDeviceChange("Mic Z", TRTCDeviceTypeMic, TRTCDeviceStateAdd); });
+  DrainTaskThread();
+  EXPECT_FALSE(log_.Contains(L"onDeviceChange: Mic Z , mic state is 0"));
+  DeviceRecord* devices = nullptr;
+  int32_t count = 0;
+  ASSERT_TRUE(engine_->GetMicDevices(&devices, &count));
+  EXPECT_EQ(Names(devices, count), (std::vector<std::string>{"Mic A", "Mic B"}));  // stale
+  FreeDeviceRecords(devices);
+}
+
+TEST_F(EngineDevice, ReadyCallbacksLogTheirThread) {
+  Fire([](ITRTCCloudCallback* cb) {
+    cb->onCameraDidReady();
+    cb->onMicDidReady();
+  });
+  const std::wstring id = std::to_wstring(static_cast<int>(LiteavCallbackThreadId()));
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), (std::vector<std::wstring>{L"onCameraDidReady: ThreadId=" + id,
+                                                                        L"onMicDidReady: ThreadId=" + id}));
+}
+
+}  // namespace
+}  // namespace engine_test

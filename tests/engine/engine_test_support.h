@@ -1,0 +1,213 @@
+// A host's view of the engine for tests: an RTCEngineEvent that records what
+// arrives (and on which thread), and a fixture that runs one engine against
+// the liteav.dll stand-in.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "common/log_capture.h"
+#include "engine/scoped_handle.h"
+#include "liteav_control.h"
+#include "rtc_engine.h"
+
+namespace engine_test {
+
+struct Event {
+  std::string text;  // "OnUserEnter(bob)"
+  DWORD thread_id;
+};
+
+class RecordingEvents : public RTCEngineEvent {
+ public:
+  void OnError(int32_t code, const char* message) override {
+    Add("OnError(" + std::to_string(code) + "," + S(message) + ")");
+  }
+  void OnEnterRoom(int32_t result, const char* message) override {
+    Add("OnEnterRoom(" + std::to_string(result) + "," + S(message) + ")");
+  }
+  void OnExitRoom(int32_t result, const char* message) override {
+    Add("OnExitRoom(" + std::to_string(result) + "," + S(message) + ")");
+  }
+  void OnUserEnter(const char* usr_id) override { Add("OnUserEnter(" + S(usr_id) + ")"); }
+  void OnUserExit(const char* usr_id, int32_t reason) override {
+    Add("OnUserExit(" + S(usr_id) + "," + std::to_string(reason) + ")");
+  }
+  void OnTryToReconnect() override { Add("OnTryToReconnect()"); }
+  void OnConnectionLost() override { Add("OnConnectionLost()"); }
+  void OnConnectionRecovery() override { Add("OnConnectionRecovery()"); }
+  void OnLocalVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
+                         int32_t video_type) override {
+    Add("OnLocalVideoFrame(" + Frame(usr_id, data, size, width, height, video_type) + ")");
+  }
+  void OnRemoteVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
+                          int32_t video_type) override {
+    Add("OnRemoteVideoFrame(" + Frame(usr_id, data, size, width, height, video_type) + ")");
+  }
+  void OnDeviceChanged(int32_t kind) override {
+    if (on_device_changed) on_device_changed(kind);
+    Add("OnDeviceChanged(" + std::to_string(kind) + ")");
+  }
+  void OnUserVideoAvailable(const char* usr_id, bool available) override {
+    Add("OnUserVideoAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  }
+  void OnUserSubStreamAvailable(const char* usr_id, bool available) override {
+    Add("OnUserSubStreamAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  }
+  void OnUserAudioAvailable(const char* usr_id, bool available) override {
+    Add("OnUserAudioAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  }
+  void OnUserVoiceVolume(const VolumeRecord* volumes, uint32_t count) override {
+    std::string text = "OnUserVoiceVolume(";
+    for (uint32_t i = 0; i < count; ++i) {
+      text += (i ? "," : "") + std::string(volumes[i].usr_id) + ":" + std::to_string(volumes[i].volume);
+    }
+    Add(text + ")");
+  }
+  void OnMicTestVolume(int32_t volume) override { Add("OnMicTestVolume(" + std::to_string(volume) + ")"); }
+  void OnStatistics(const EngineStatistics* s) override {
+    std::string text = "OnStatistics(rtt=" + std::to_string(s->rtt) +
+                       ",quality=" + std::to_string(s->quality) + ",send=" + std::to_string(s->send_rate) +
+                       ",recv=" + std::to_string(s->recv_rate) + ",loss=" + std::to_string(s->up_loss) + "/" +
+                       std::to_string(s->down_loss) + ",cpu=" + std::to_string(s->app_cpu) + "/" +
+                       std::to_string(s->system_cpu) + ",tenth=" + std::to_string(s->reserved) + ",remotes=";
+    if (!s->remotes) text += "null";
+    for (int i = 0; s->remotes && i < remote_count_hint; ++i) {
+      text += (i ? ";" : "") + std::string(s->remotes[i].usr_id) + ":" +
+              std::to_string(s->remotes[i].final_loss) + ":" + std::to_string(s->remotes[i].video_type);
+    }
+    Add(text + ")");
+  }
+  void OnNetworkQuality(const int32_t* status) override {
+    Add("OnNetworkQuality(" + std::to_string(*status) + ")");
+  }
+
+  std::vector<Event> Events() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return events_;
+  }
+  std::vector<std::string> Texts(const std::string& prefix = "") {
+    std::vector<std::string> out;
+    for (const Event& e : Events()) {
+      if (e.text.compare(0, prefix.size(), prefix) == 0) out.push_back(e.text);
+    }
+    return out;
+  }
+  int Count(const std::string& text) {
+    int n = 0;
+    for (const Event& e : Events()) n += e.text == text ? 1 : 0;
+    return n;
+  }
+  bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
+    std::unique_lock<std::mutex> guard(mutex_);
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] {
+      int n = 0;
+      for (const Event& e : events_) n += e.text == text ? 1 : 0;
+      return n >= times;
+    });
+  }
+  // The thread of the first event equal to `text`, 0 if none.
+  DWORD ThreadOf(const std::string& text) {
+    for (const Event& e : Events()) {
+      if (e.text == text) return e.thread_id;
+    }
+    return 0;
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    events_.clear();
+  }
+
+  // Set before the event can come; runs on the event's thread.
+  std::function<void(int32_t)> on_device_changed;
+  int remote_count_hint = 0;
+
+ private:
+  static std::string S(const char* text) { return text ? text : "(null)"; }
+  static std::string Frame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
+                           int32_t video_type) {
+    return S(usr_id) + "," + (data ? "data" : "null") + "," + std::to_string(size) + "," +
+           std::to_string(width) + "," + std::to_string(height) + "," + std::to_string(video_type);
+  }
+  void Add(const std::string& text) {
+    {
+      std::lock_guard<std::mutex> guard(mutex_);
+      events_.push_back({text, GetCurrentThreadId()});
+    }
+    changed_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Event> events_;
+};
+
+// One engine per test, initialised with RecordingEvents, against a stand-in
+// with two microphones, two cameras and one speaker.
+class EngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    LiteavReset();
+    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
+    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
+    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
+    engine_ = CreaeRTCEngine();
+    ASSERT_NE(engine_, nullptr);
+    engine_->Initialize(nullptr, &events_);
+    LiteavReset();  // only the calls made from here on
+    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
+    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
+    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
+    log_.Clear();
+  }
+  void TearDown() override {
+    ReleaseRTCEngine();
+    LiteavReset();
+  }
+
+  // The task thread is the thread that made the SDK object.
+  DWORD TaskThreadId() { return LiteavInstanceThreadId(); }
+
+  // Waits until every post made so far has been served by the task thread:
+  // the task thread hands a WM_TIMER that carries a procedure to
+  // DispatchMessageW, which calls it, in the order of the queue.
+  void DrainTaskThread() {
+    ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served.get()),
+                                   reinterpret_cast<LPARAM>(&DrainProc)));
+    EXPECT_EQ(WaitForSingleObject(served.get(), 5000), WAIT_OBJECT_0);
+  }
+  static void CALLBACK DrainProc(HWND, UINT, UINT_PTR served, DWORD) {
+    SetEvent(reinterpret_cast<HANDLE>(served));
+  }
+
+  // Fires on the stand-in's callback thread and waits for it.
+  template <typename F>
+  void Fire(F f) {
+    ASSERT_TRUE(liteav_control::FireCloud(f));
+  }
+
+  void EnterRoomAndWait(const char* usr_id = "alice") {
+    ASSERT_TRUE(engine_->EnterRoom("1400000001", "1234", usr_id, "sig"));
+    ASSERT_TRUE(events_.WaitFor("OnEnterRoom(0,success)"));
+  }
+
+  testing_support::LogCapture log_;
+  RecordingEvents events_;
+  RTCEngine* engine_ = nullptr;
+};
+
+inline std::vector<std::string> Names(const DeviceRecord* devices, int32_t count) {
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < count; ++i) names.push_back(devices[i].name);
+  return names;
+}
+
+}  // namespace engine_test

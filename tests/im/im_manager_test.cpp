@@ -1,0 +1,325 @@
+// The manager's frame: the singleton, the task thread, the road back from the
+// SDK, SDK configuration and the log bridge, the listeners.
+#include <windows.h>
+
+#include <rapidjson/document.h>
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "im/im_fixture.h"
+
+namespace im_test {
+namespace {
+
+using imsdk_control::Call;
+
+// Ids of the threads of this process. Threads of earlier tests may still be
+// ending, so a test looks for new ids rather than comparing counts.
+std::set<DWORD> ThreadsOfThisProcess() {
+  std::set<DWORD> ids;
+  HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  if (snapshot == INVALID_HANDLE_VALUE) return ids;
+  THREADENTRY32 entry;
+  entry.dwSize = sizeof(entry);
+  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ids.insert(entry.th32ThreadID);
+  }
+  CloseHandle(snapshot);
+  return ids;
+}
+
+std::vector<DWORD> NewThreads(const std::set<DWORD>& before) {
+  std::vector<DWORD> fresh;
+  for (DWORD id : ThreadsOfThisProcess()) {
+    if (!before.count(id)) fresh.push_back(id);
+  }
+  return fresh;
+}
+
+TEST_F(ImManagerTest, DestroyingAManagerThatNeverLoggedInCallsNoSdkFunctionAndStartsNoThread) {
+  const std::set<DWORD> threads_before = ThreadsOfThisProcess();
+  ASSERT_TRUE(threads_before.count(GetCurrentThreadId()));
+  manager_->SetEventCallback(&events_);
+  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetConfigPath("C:\\config");
+  manager_->ReLogIn();
+  manager_->LogoutAndQuitGroup();
+  manager_->SendWhiteBoardData("early", 5, nullptr);
+  manager_->SendC2CTextMessage("bob", "not in a group");
+  manager_->SetWhiteBoardCallback(nullptr);
+  EXPECT_STREQ(manager_->GetUsrId(), "");
+  EXPECT_TRUE(NewThreads(threads_before).empty());
+
+  ImManager::DestroyImManagerInstance();
+  EXPECT_EQ(Calls(nullptr), 0);
+  EXPECT_TRUE(NewThreads(threads_before).empty());
+  EXPECT_FALSE(log_.Contains(L"OnLoginTask"));
+  EXPECT_FALSE(log_.Contains(L"UnInitialize"));
+  EXPECT_TRUE(log_.Contains(L"SendWhiteBoardData:early", L"ImManagerImpl"));
+  EXPECT_TRUE(journal_.All().empty());
+}
+
+TEST_F(ImManagerTest, DestroyWithoutObjectDoesNothingAndTheNextInstanceIsNew) {
+  const std::set<DWORD> threads_before = ThreadsOfThisProcess();
+  manager_->SetEventCallback(&events_);
+  LogIn();
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1, kWait));
+  // The login made the task thread (and the check above would see one).
+  EXPECT_FALSE(NewThreads(threads_before).empty());
+  EXPECT_STREQ(manager_->GetUsrId(), kUser);
+  ImManager::DestroyImManagerInstance();
+  EXPECT_TRUE(log_.Contains(L"UnInitialize"));
+  ImManager::DestroyImManagerInstance();
+
+  ImsdkReset();
+  ImManager* fresh = ImManager::GetImManagerInstance();
+  EXPECT_STREQ(fresh->GetUsrId(), "");
+  // Start values: not logged in, so a login needs TIMLogin again.
+  fresh->LogInAndJoinGroup(kAppId, kAccountType, "carol", kSign, kGroup);
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMLogin", 1, kWait));
+  EXPECT_EQ(imsdk_control::Calls("TIMLogin")[0].arg(0), "carol");
+}
+
+TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
+  ImManager::DestroyImManagerInstance();
+  std::atomic<bool> go{false};
+  ImManager* seen[2] = {nullptr, nullptr};
+  std::thread a([&] {
+    while (!go) {
+    }
+    seen[0] = ImManager::GetImManagerInstance();
+  });
+  std::thread b([&] {
+    while (!go) {
+    }
+    seen[1] = ImManager::GetImManagerInstance();
+  });
+  go = true;
+  a.join();
+  b.join();
+  EXPECT_NE(seen[0], nullptr);
+  EXPECT_EQ(seen[0], seen[1]);
+  EXPECT_EQ(ImManager::GetImManagerInstance(), seen[0]);
+}
+
+TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserData) {
+  LogInAndWaitForJoin();
+  const std::vector<Call> calls = imsdk_control::Calls();
+  const DWORD me = GetCurrentThreadId();
+  const std::string self = PointerText(manager_);
+
+  DWORD task_thread = 0;
+  for (const Call& call : calls) {
+    if (call.function == "TIMInit") task_thread = call.thread_id;
+  }
+  ASSERT_NE(task_thread, 0u);
+  EXPECT_NE(task_thread, me);
+  for (const Call& call : calls) {
+    if (call.function == "TIMGroupJoin") {
+      // After a fresh login the join runs inside the login's callback.
+      EXPECT_EQ(call.during_callback_of, "TIMLogin");
+      EXPECT_EQ(call.arg(3), self);
+      EXPECT_EQ(call.arg(1), "back");
+    } else if (call.function == "TIMAddRecvNewMsgCallback") {
+      EXPECT_EQ(call.during_callback_of, "TIMGroupJoin");
+      EXPECT_EQ(call.arg(1), self);
+    } else {
+      EXPECT_EQ(call.thread_id, task_thread) << call.function;
+    }
+    if (call.function == "TIMLogin" || call.function == "TIMSetConfig" ||
+        call.function == "TIMSetNetworkStatusListenerCallback" ||
+        call.function == "TIMSetKickedOfflineCallback" || call.function == "TIMSetUserSigExpiredCallback" ||
+        call.function == "TIMSetGroupTipsEventCallback") {
+      EXPECT_EQ(call.args.back().text, self) << call.function;
+    }
+    if (call.function == "TIMSetLogCallback") {
+      EXPECT_TRUE(call.args[1].is_null);
+    }
+  }
+  for (const Received& r : journal_.All()) EXPECT_NE(r.thread_id, me);
+}
+
+TEST_F(ImManagerTest, InitConfigIsAnEmptyObjectWithoutAConfigPath) {
+  LogInAndWaitForJoin();
+  const std::vector<Call> init = imsdk_control::Calls("TIMInit");
+  ASSERT_EQ(init.size(), 1u);
+  EXPECT_EQ(init[0].arg(0), "1400000001");
+  EXPECT_EQ(init[0].arg(1), "{}");
+  const std::vector<Call> config = imsdk_control::Calls("TIMSetConfig");
+  ASSERT_EQ(config.size(), 1u);
+  EXPECT_EQ(config[0].arg(0),
+            "{\"set_config_is_log_output_console\":false,\"set_config_callback_log_level\":1}");
+  EXPECT_TRUE(log_.Contains(L"Initialize:app_id:1400000001, account_type:36862"));
+  EXPECT_TRUE(log_.Contains(L"TIMSDKConfig"));
+  EXPECT_TRUE(log_.Contains(L"Initialize finish"));
+  EXPECT_TRUE(log_.Contains(L"TIMSetConfig TIMSetConfig:success_code=0, success_desc=OK"));
+}
+
+TEST_F(ImManagerTest, ConfigPathGetsBackslashImconfigAppendedAlways) {
+  manager_->SetConfigPath("abc");
+  LogInAndWaitForJoin();
+  manager_->SetConfigPath("D:\\data\\");
+  manager_->ReLogIn();
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2, kWait));
+  const std::vector<Call> init = imsdk_control::Calls("TIMInit");
+  ASSERT_EQ(init.size(), 2u);
+  const char* expected[] = {"abc\\imconfig", "D:\\data\\\\imconfig"};
+  for (size_t i = 0; i < 2; ++i) {
+    rapidjson::Document doc;
+    doc.Parse(init[i].arg(1).c_str());
+    ASSERT_FALSE(doc.HasParseError()) << init[i].arg(1);
+    ASSERT_TRUE(doc.IsObject());
+    EXPECT_EQ(doc.MemberCount(), 1u);
+    ASSERT_TRUE(doc.HasMember("sdk_config_config_file_path"));
+    EXPECT_STREQ(doc["sdk_config_config_file_path"].GetString(), expected[i]);
+  }
+  EXPECT_EQ(init[0].arg(1), "{\"sdk_config_config_file_path\":\"abc\\\\imconfig\"}");
+}
+
+TEST_F(ImManagerTest, AppIdIsReadAsASignedIntegerAndWidened) {
+  manager_->SetEventCallback(&events_);
+  manager_->LogInAndJoinGroup("-5", kAccountType, kUser, kSign, kGroup);
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMInit", 1, kWait));
+  EXPECT_EQ(imsdk_control::Calls("TIMInit")[0].arg(0), "18446744073709551611");
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1, kWait));
+}
+
+TEST_F(ImManagerTest, InitializeFailureReportsOnceAndDoesNotRetry) {
+  ImsdkScriptResult("TIMInit", 7);
+  manager_->SetEventCallback(&events_);
+  LogIn();
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_Login, 1, kWait));
+  const Received login = journal_.Events(IMEvent_Login)[0];
+  EXPECT_EQ(login.code, -1);
+  EXPECT_EQ(login.desc, "initialize failed!");
+  EXPECT_TRUE(log_.Contains(L"Initialize failed!"));
+  // The logout task runs behind anything the failure could have queued.
+  manager_->LogoutAndQuitGroup();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));
+  EXPECT_EQ(Calls("TIMLogin"), 0);
+  EXPECT_EQ(Calls("TIMInit"), 1);
+  EXPECT_EQ(Calls("TIMSetNetworkStatusListenerCallback"), 0);
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  EXPECT_EQ(journal_.Events(IMEvent_Login).size(), 1u);
+  // Never initialised: the end calls no TIMUninit.
+  ImManager::DestroyImManagerInstance();
+  EXPECT_EQ(Calls("TIMUninit"), 0);
+}
+
+TEST_F(ImManagerTest, SetConfigFailuresDoNotStopTheLogin) {
+  ImsdkScriptResult("TIMSetConfig", 3);
+  ImsdkScriptCallback("TIMSetConfig", 6017, "bad config");
+  LogInAndWaitForJoin();
+  EXPECT_TRUE(log_.Contains(L"TIMSetConfig failed!"));
+  EXPECT_EQ(journal_.Events(IMEvent_Login)[0].code, 0);
+  // The second login task's TIMSetConfig is accepted and its callback fails.
+  manager_->ReLogIn();
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_SetConfig, 1, kWait));
+  const Received event = journal_.Events(IMEvent_SetConfig)[0];
+  EXPECT_EQ(event.code, 6017);
+  EXPECT_EQ(event.desc, "bad config");
+  EXPECT_TRUE(
+      log_.WaitFor(L"TIMSetConfig callback:error_code=6017, error_desc=bad config.failed!", 1, kWait));
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2, kWait));
+}
+
+TEST_F(ImManagerTest, SdkLogLinesReachTheLogBridgeWhole) {
+  LogInAndWaitForJoin();
+  const char* line = "imsdk: connected to \xe5\x8c\x97\xe4\xba\xac \xc3\xa9t\xc3\xa9";
+  ImsdkEmitLog(3, line);
+  ASSERT_TRUE(log_.WaitFor(L"imsdk: connected to \x5317\x4eac \x00e9t\x00e9", 1, kWait));
+  EXPECT_EQ(log_.Count(L"imsdk: connected to \x5317\x4eac \x00e9t\x00e9", L"TIM"), 1);
+}
+
+TEST_F(ImManagerTest, DestroyUnregistersTheListenersAndUninitialises) {
+  LogInAndWaitForJoin();
+  const int before = Calls(nullptr);
+  ImManager::DestroyImManagerInstance();
+  const std::vector<std::string> names = imsdk_control::CallNames();
+  const std::vector<std::string> tail(names.begin() + before, names.end());
+  const std::vector<std::string> expected = {"TIMSetNetworkStatusListenerCallback",
+                                             "TIMSetKickedOfflineCallback", "TIMSetUserSigExpiredCallback",
+                                             "TIMSetGroupTipsEventCallback", "TIMUninit"};
+  EXPECT_EQ(tail, expected);
+  for (const Call& call : imsdk_control::Calls()) {
+    if (call.function.find("TIMSet") == 0 && call.function != "TIMSetConfig" &&
+        call.function != "TIMSetLogCallback" && call.args[0].is_null) {
+      EXPECT_TRUE(call.args[1].is_null);
+    }
+  }
+  EXPECT_TRUE(log_.Contains(L"UnInitialize"));
+}
+
+TEST_F(ImManagerTest, NetworkStatusBecomesConnectedConnectingOrDisconnected) {
+  LogInAndWaitForJoin();
+  ImsdkFireNetworkStatus(0, 0, "up");
+  ImsdkFireNetworkStatus(2, 0, "trying");
+  ImsdkFireNetworkStatus(1, 9, "down");
+  ImsdkFireNetworkStatus(3, 11, "failed");
+  ImsdkFireNetworkStatus(7, 0, "unknown");
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  std::vector<Received> network;
+  for (const Received& r : journal_.Of(Received::kImEvent)) {
+    if (r.event >= IMEvent_Connected && r.event <= IMEvent_Disconnected) network.push_back(r);
+  }
+  ASSERT_EQ(network.size(), 4u);
+  EXPECT_EQ(network[0].event, IMEvent_Connected);
+  EXPECT_EQ(network[0].desc, "up");
+  EXPECT_EQ(network[1].event, IMEvent_Connecting);
+  EXPECT_EQ(network[2].event, IMEvent_Disconnected);
+  EXPECT_EQ(network[2].code, 9);
+  EXPECT_EQ(network[3].event, IMEvent_Disconnected);
+  EXPECT_EQ(network[3].code, 11);
+  EXPECT_EQ(network[3].desc, "failed");
+  EXPECT_EQ(log_.Count(L"HandleTIMNetworkStatusListenerCallback: IMEvent_Connected"), 1);
+  EXPECT_EQ(log_.Count(L"HandleTIMNetworkStatusListenerCallback: IMEvent_Connecting"), 1);
+  EXPECT_EQ(log_.Count(L"HandleTIMNetworkStatusListenerCallback: IMEvent_Disconnected"), 2);
+
+  // Without an interface nothing is delivered and nothing is logged; no
+  // field changes, so the manager is still in the group.
+  manager_->SetEventCallback(nullptr);
+  ImsdkFireNetworkStatus(1, 0, "down");
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  EXPECT_EQ(log_.Count(L"HandleTIMNetworkStatusListenerCallback: IMEvent_Disconnected"), 2);
+  manager_->SetWhiteBoardCallback(&board_);
+  ImsdkDeliverMessages(("[" + CustomMessage(kGroup, "bob", "still here") + "]").c_str());
+  ASSERT_TRUE(journal_.WaitForKind(Received::kWhiteBoardData, 1, kWait));
+}
+
+TEST_F(ImManagerTest, UserSigExpiredIsReportedAndChangesNothing) {
+  LogInAndWaitForJoin();
+  manager_->SetWhiteBoardCallback(&board_);
+  ImsdkFireUserSigExpired();
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_UserSigExpired, 1, kWait));
+  const Received event = journal_.Events(IMEvent_UserSigExpired)[0];
+  EXPECT_EQ(event.code, -1);
+  EXPECT_EQ(event.desc, "");
+  EXPECT_TRUE(log_.Contains(L"OnTIMUserSigExpiredCallback"));
+  // Still logged in: messages are still taken, and no login was started.
+  ImsdkDeliverMessages(("[" + CustomMessage(kGroup, "bob", "after expiry") + "]").c_str());
+  ASSERT_TRUE(journal_.WaitForKind(Received::kWhiteBoardData, 1, kWait));
+  EXPECT_EQ(Calls("TIMLogin"), 1);
+}
+
+TEST_F(ImManagerTest, EventsWithoutAnInterfaceAreDroppedOnEveryPath) {
+  ImsdkScriptCallback("TIMLogin", 6206, "expired");
+  LogIn();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMAddRecvNewMsgCallback", 1, kWait));
+  ImsdkFireNetworkStatus(0, 0, "up");
+  ImsdkFireUserSigExpired();
+  ImsdkDeliverMessages(("[" + TextMessage(kGroup, "bob", "hi") + "]").c_str());
+  manager_->SendGroupTextMessage("hello");
+  manager_->LogoutAndQuitGroup();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));
+  ImsdkFireKickedOffline();
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  EXPECT_TRUE(log_.Contains(L"OnTIMKickedOfflineCallback"));
+  EXPECT_TRUE(journal_.All().empty());
+}
+
+}  // namespace
+}  // namespace im_test

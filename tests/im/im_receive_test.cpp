@@ -1,0 +1,196 @@
+// The receive path: which messages pass, what reaches the host, and the
+// cache of whiteboard data.
+#include "im/im_fixture.h"
+
+namespace im_test {
+namespace {
+
+std::wstring Widen(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
+
+class ImReceiveTest : public ImManagerTest {
+ protected:
+  void SetUp() override {
+    ImManagerTest::SetUp();
+    LogInAndWaitForJoin();
+  }
+
+  // Delivers one batch and waits until the manager is done with it.
+  void Deliver(const std::string& batch) {
+    ImsdkDeliverMessages(batch.c_str());
+    ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  }
+};
+
+TEST_F(ImReceiveTest, OnlyGroupMessagesFromOthersPassAndTheBatchIsLoggedOnce) {
+  manager_->SetWhiteBoardCallback(&board_);
+  const std::string batch = "[" + CustomMessage("group-9", "bob", "other group") + "," +
+                            CustomMessage(kGroup, kUser, "my own") + "," +
+                            CustomMessage(kGroup, "bob", "for us") + "]";
+  Deliver(batch);
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].group_id, kGroup);
+  EXPECT_EQ(got[0].sender, "bob");
+  EXPECT_EQ(got[0].data, "for us");
+  EXPECT_EQ(got[0].length, 6);
+  EXPECT_NE(got[0].thread_id, GetCurrentThreadId());
+  EXPECT_EQ(log_.Count(L"HandleTIMRecvNewMsgCallback:" + Widen(batch)), 1);
+  EXPECT_EQ(log_.Count(L"OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: for us"), 1);
+}
+
+TEST_F(ImReceiveTest, TwoCustomElementsInOneMessageGiveTwoDeliveriesInOrder) {
+  manager_->SetWhiteBoardCallback(&board_);
+  Deliver(
+      "[{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"one\"},"
+      "{\"elem_type\":3,\"custom_elem_data\":\"two\"}]}]");
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].data, "one");
+  EXPECT_EQ(got[1].data, "two");
+}
+
+TEST_F(ImReceiveTest, MissingKeysAndWrongValueTypesAreSkippedWithoutAWord) {
+  manager_->SetWhiteBoardCallback(&board_);
+  const int lines_before = static_cast<int>(log_.Messages(L"ImManagerImpl").size());
+  Deliver("this is not json");
+  EXPECT_EQ(static_cast<int>(log_.Messages(L"ImManagerImpl").size()), lines_before);
+  Deliver(
+      "["
+      // no message_conv_type: type 0, its custom element is skipped
+      "{\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"no type\"}]},"
+      // conversation id of the wrong type: the group test fails
+      "{\"message_conv_type\":2,\"message_conv_id\":1,\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"numeric conv\"}]},"
+      // no conversation id at all
+      "{\"message_conv_type\":2,\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"no conv\"}]},"
+      // custom data of the wrong type, element type unknown, elements not an array
+      "{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":5},{\"elem_type\":1,\"text_elem_"
+      "content\":\"x\"},"
+      "{\"elem_type\":3,\"custom_elem_data\":\"kept\"}]},"
+      "{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
+      "\"message_elem_array\":{\"elem_type\":3}},"
+      // an element without elem_type is text
+      "{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
+      "\"message_elem_array\":[{\"text_elem_content\":\"untyped "
+      "text\"},{\"elem_type\":0,\"text_elem_content\":7}]},"
+      "42]");
+  const std::vector<Received> board = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(board.size(), 1u);
+  EXPECT_EQ(board[0].data, "kept");
+  const std::vector<Received> texts = journal_.Of(Received::kGroupText);
+  ASSERT_EQ(texts.size(), 1u);
+  EXPECT_EQ(texts[0].group_id, kGroup);
+  EXPECT_EQ(texts[0].sender, "bob");
+  EXPECT_EQ(texts[0].data, "untyped text");
+  EXPECT_TRUE(journal_.Of(Received::kC2CText).empty());
+  EXPECT_TRUE(journal_.Of(Received::kC2CCustom).empty());
+
+  // A document that is no array has no messages, but it is logged.
+  Deliver("{\"message_conv_type\":2}");
+  EXPECT_TRUE(log_.Contains(L"HandleTIMRecvNewMsgCallback:{\"message_conv_type\":2}"));
+}
+
+TEST_F(ImReceiveTest, GroupTextAndOneToOneMessagesGoToTheEventInterface) {
+  Deliver("[" + TextMessage(kGroup, "bob", "hello group") + "," +
+          TextMessage("bob", "bob", "hello alice", 1) + "," + CustomMessage("bob", "bob", "c2c data", 1) +
+          "," + TextMessage(kUser, kUser, "from myself", 1) + "]");
+  const std::vector<Received> group = journal_.Of(Received::kGroupText);
+  ASSERT_EQ(group.size(), 1u);
+  EXPECT_EQ(group[0].group_id, kGroup);
+  EXPECT_EQ(group[0].data, "hello group");
+  const std::vector<Received> c2c = journal_.Of(Received::kC2CText);
+  ASSERT_EQ(c2c.size(), 1u);
+  EXPECT_EQ(c2c[0].sender, "bob");
+  EXPECT_EQ(c2c[0].data, "hello alice");
+  const std::vector<Received> custom = journal_.Of(Received::kC2CCustom);
+  ASSERT_EQ(custom.size(), 1u);
+  EXPECT_EQ(custom[0].sender, "bob");
+  EXPECT_EQ(custom[0].data, "c2c data");
+  EXPECT_EQ(custom[0].length, 8);
+  // One-to-one data is no whiteboard data and is not cached.
+  manager_->SetWhiteBoardCallback(&board_);
+  EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
+}
+
+TEST_F(ImReceiveTest, WhiteBoardDataIsCachedUntilAnInterfaceIsSetThenDeliveredInOrder) {
+  Deliver("[" + CustomMessage(kGroup, "bob", "early 1") + "]");
+  Deliver("[" + CustomMessage(kGroup, "carol", "early 2") + "]");
+  EXPECT_EQ(log_.Count(L"HandleRecvGroupCustomMsg: push msg to cache: early 1"), 1);
+  EXPECT_EQ(log_.Count(L"HandleRecvGroupCustomMsg: push msg to cache: early 2"), 1);
+  EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
+
+  manager_->SetWhiteBoardCallback(&board_);
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 2u);
+  for (const Received& r : got) {
+    // From the cache: on this thread, the own user as sender.
+    EXPECT_EQ(r.thread_id, GetCurrentThreadId());
+    EXPECT_EQ(r.sender, kUser);
+    EXPECT_EQ(r.group_id, kGroup);
+  }
+  EXPECT_EQ(got[0].data, "early 1");
+  EXPECT_EQ(got[0].length, 7);
+  EXPECT_EQ(got[1].data, "early 2");
+  EXPECT_TRUE(log_.Contains(L"OnRecvWhiteBoardData in SetWhiteBoardCallback: early 1"));
+  EXPECT_TRUE(log_.Contains(L"OnRecvWhiteBoardData in SetWhiteBoardCallback: early 2"));
+
+  // The cache is empty now; later data is delivered live.
+  manager_->SetWhiteBoardCallback(&board_);
+  EXPECT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 2u);
+  Deliver("[" + CustomMessage(kGroup, "bob", "live") + "]");
+  ASSERT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 3u);
+  EXPECT_EQ(journal_.Of(Received::kWhiteBoardData)[2].sender, "bob");
+}
+
+TEST_F(ImReceiveTest, ClearingTheInterfaceKeepsTheCache) {
+  Deliver("[" + CustomMessage(kGroup, "bob", "kept 1") + "]");
+  manager_->SetWhiteBoardCallback(nullptr);
+  EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
+  Deliver("[" + CustomMessage(kGroup, "bob", "kept 2") + "]");
+  manager_->SetWhiteBoardCallback(&board_);
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].data, "kept 1");
+  EXPECT_EQ(got[1].data, "kept 2");
+  // Cleared again: later data is cached again.
+  manager_->SetWhiteBoardCallback(nullptr);
+  Deliver("[" + CustomMessage(kGroup, "bob", "kept 3") + "]");
+  EXPECT_EQ(log_.Count(L"HandleRecvGroupCustomMsg: push msg to cache: kept 3"), 1);
+  EXPECT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 2u);
+}
+
+TEST_F(ImReceiveTest, EmptyDataIsDeliveredLiveWithLengthZeroAndFromTheCacheAsNull) {
+  Deliver("[" + CustomMessage(kGroup, "bob", "") + "]");
+  manager_->SetWhiteBoardCallback(&board_);
+  Deliver("[" + CustomMessage(kGroup, "bob", "") + "]");
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_TRUE(got[0].data_null);
+  EXPECT_EQ(got[0].length, 0);
+  EXPECT_FALSE(got[1].data_null);
+  EXPECT_EQ(got[1].length, 0);
+}
+
+TEST_F(ImReceiveTest, DataWithEscapesArrivesDecodedWithItsByteLength) {
+  manager_->SetWhiteBoardCallback(&board_);
+  Deliver("[" + CustomMessage(kGroup, "bob", "a\\u0000b\\\"\xc3\xa9") + "]");
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].length, 6);
+  EXPECT_EQ(got[0].data, std::string("a\0b\"\xc3\xa9", 6));
+}
+
+TEST_F(ImReceiveTest, ANewLoginFreesTheCacheUndelivered) {
+  Deliver("[" + CustomMessage(kGroup, "bob", "old") + "]");
+  manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2, kWait));
+  manager_->SetWhiteBoardCallback(&board_);
+  EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
+}
+
+}  // namespace
+}  // namespace im_test
