@@ -12,5 +12,5 @@ cmake --build "$build" --target demo_host
 
 source "$root/scripts/test-env.sh"
 cd "$build/bin"
-wine demo_host.exe "$@" </dev/null 2>&1 | cat
-exit "${PIPESTATUS[0]}"
+IMSDK_STANDIN_ECHO_PEER=1 wine demo_host.exe "$@" </dev/null
+
