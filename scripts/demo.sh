@@ -12,5 +12,6 @@ cmake --build "$build" --target demo_host
 
 source "$root/scripts/test-env.sh"
 cd "$build/bin"
-IMSDK_STANDIN_ECHO_PEER=1 wine demo_host.exe "$@" </dev/null
+# The stand-ins list a few devices and echo whiteboard data as another user.
+LITEAV_STANDIN_DEVICES=1 IMSDK_STANDIN_ECHO_PEER=peer_user wine demo_host.exe "$@" </dev/null
 
