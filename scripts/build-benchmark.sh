@@ -4,7 +4,7 @@
 set -euo pipefail
 cache=$1
 here=$(cd "$(dirname "$0")/.." && pwd)
-version=$(apt-cache showsrc benchmark 2>/dev/null | awk '/^Version:/{print $2; exit}')
+version=$(apt-cache showsrc benchmark 2>/dev/null | awk '/^Version:/ && !v {v=$2} END {print v}')
 [ -n "$version" ] || { echo "no source package for benchmark" >&2; exit 1; }
 prefix="$cache/benchmark-${version//[:~]/_}"
 if [ -f "$prefix/.complete" ]; then

@@ -4,7 +4,7 @@
 # $1/ffmpeg-<version>; a cached build is reused.
 set -euo pipefail
 cache=$1
-version=$(apt-cache showsrc ffmpeg 2>/dev/null | awk '/^Version:/{print $2; exit}')
+version=$(apt-cache showsrc ffmpeg 2>/dev/null | awk '/^Version:/ && !v {v=$2} END {print v}')
 [ -n "$version" ] || { echo "no source package for ffmpeg (deb-src missing?)" >&2; exit 1; }
 prefix="$cache/ffmpeg-${version//[:~]/_}-w32threads-static"
 if [ -f "$prefix/.complete" ]; then

@@ -17,11 +17,13 @@ packages=(cmake ninja-build g++-mingw-w64-i686-posix nasm make pkg-config
 
 need_install=0
 for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || { need_install=1; break; }
+  # (no early-exiting grep -q in pipelines: under pipefail its SIGPIPE fails them)
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [ "$status" = "install ok installed" ] || { need_install=1; break; }
 done
 
 apt_sources_changed=0
-if ! dpkg --print-foreign-architectures | grep -qx i386; then
+if ! dpkg --print-foreign-architectures | grep -x i386 >/dev/null; then
   log "adding the i386 architecture"
   $sudo_ dpkg --add-architecture i386
   apt_sources_changed=1

@@ -29,3 +29,7 @@ if [ ! -f "$WINEPREFIX/.roomcore-ready" ]; then
 fi
 # A persistent wineserver: each Wine process then starts in tens of ms.
 wineserver -p >/dev/null 2>&1 || true
+# Start Wine's own helper processes (services, winedevice) now, with nothing
+# of ours as their output: they outlive the programs that start them and
+# would otherwise hold a caller's pipe open.
+wine cmd /c exit >/dev/null 2>&1 </dev/null || true

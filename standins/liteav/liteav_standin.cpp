@@ -94,9 +94,30 @@ struct State {
   std::vector<char> last_bytes;
 };
 
+// A host running against the stand-in alone (the demo) can ask for a few
+// devices to list with LITEAV_STANDIN_DEVICES=1; tests set their own.
+void AddDemoDevices(State* state) {
+  char flag[8];
+  DWORD n = GetEnvironmentVariableA("LITEAV_STANDIN_DEVICES", flag, sizeof(flag));
+  if (n == 0 || n >= sizeof(flag)) return;
+  state->devices[0] = {"Stand-in Microphone", "Stand-in Line In"};
+  state->devices[1] = {"Stand-in Speakers"};
+  state->devices[2] = {"Stand-in HD Camera", "Stand-in Document Camera"};
+  state->current[0].present = true;
+  state->current[0].name = "Stand-in Microphone";
+  state->current[1].present = true;
+  state->current[1].name = "Stand-in Speakers";
+  state->volume[0] = 80;
+  state->volume[1] = 60;
+}
+
 // Never destroyed: threads of the stand-in may still wait on it at exit.
 State& S() {
-  static State* state = new State;
+  static State* state = [] {
+    State* fresh = new State;
+    AddDemoDevices(fresh);
+    return fresh;
+  }();
   return *state;
 }
 
