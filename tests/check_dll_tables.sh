@@ -18,6 +18,8 @@ done
 exports=$("$objdump" -p "$dll" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p')
 for symbol in TimeNanoseconds TimeMicroseconds TimeMilliseconds SleepAccurate GetTerminationStatus \
   MixAudio MultiplyAudio 8PointOpt 7SizeOpt 7RectOpt 10PointOptEx 7Point3D 6Size3D 6Rect3D kFloatNA \
+  CreaeRTCEngine ReleaseRTCEngine FreeDeviceRecords 9ImManager20GetImManagerInstance \
+  9ImManager24DestroyImManagerInstance InitBitMapInfo InitBitMapInfoHeader 8DibImage4Save \
   ${EXTRA_EXPORTS:-}; do
   echo "$exports" | grep -q "$symbol" || { echo "missing export: $symbol"; fail=1; }
 done
