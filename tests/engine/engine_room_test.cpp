@@ -8,24 +8,17 @@ namespace {
 
 class EngineRoom : public EngineTest {};
 
-TEST_F(EngineRoom, EnterRoomStoresPostsAndAnswers) {
+TEST_F(EngineRoom, EnterRoomPostsToTheTaskThreadAndTheAnswerComesFromTheSdkThread) {
   ASSERT_TRUE(engine_->EnterRoom("1400000001", "1234", "alice", "sig"));
   EXPECT_TRUE(log_.Contains(L"EnterRoom:app_id:1400000001, room_id:1234, usr_id:alice, usr_sign:sig"));
   ASSERT_TRUE(events_.WaitFor("OnEnterRoom(0,success)"));
   EXPECT_EQ(events_.ThreadOf("OnEnterRoom(0,success)"), LiteavCallbackThreadId());
   EXPECT_TRUE(engine_->IsInRoom());
+  EXPECT_EQ(liteav_control::Calls()[0], "enterRoom(1400000001,1234,alice,sig,0,(null),(null),(null),0)");
   DWORD enter_thread = 0;
-  std::vector<std::string> calls = liteav_control::Calls();
-  ASSERT_EQ(calls.size(), 7u);
-  EXPECT_EQ(calls[0], "enterRoom(1400000001,1234,alice,sig,0,(null),(null),(null),0)");
   LiteavGetCall(0, nullptr, 0, &enter_thread);
   EXPECT_EQ(enter_thread, TaskThreadId());
-  EXPECT_EQ(std::vector<std::string>(calls.begin() + 1, calls.end()),
-            (std::vector<std::string>{"setVideoEncoderParam(56,0,12,250)", "setNetworkQosParam(1,1)",
-                                      "setLocalViewMirror(1)", "setBeautyStyle(0,2,2,1)",
-                                      "setSubStreamEncoderParam(114,0,12,400)",
-                                      "enableAudioVolumeEvaluation(600)"}));
-  EXPECT_TRUE(log_.Contains(L"onEnterRoom"));
+  EXPECT_EQ(LiteavCountCalls("enableAudioVolumeEvaluation(600)"), 1);
 }
 
 TEST_F(EngineRoom, EnterRoomWithNullArgumentsFailsAndKeepsTheLastRoom) {
@@ -38,67 +31,52 @@ TEST_F(EngineRoom, EnterRoomWithNullArgumentsFailsAndKeepsTheLastRoom) {
       {{"1", nullptr, "bob", "s"}, L"EnterRoom:room_id is null.failed!"},
       {{"1", "2", nullptr, "s"}, L"EnterRoom:usr_id is null.failed!"},
       {{"1", "2", "bob", nullptr}, L"EnterRoom:usr_sign is null.failed!"},
+      {{nullptr, nullptr, nullptr, nullptr}, L"EnterRoom:app_id is null.failed!"},
   };
   for (const Case& c : cases) {
     log_.Clear();
     EXPECT_FALSE(engine_->EnterRoom(c.args[0], c.args[1], c.args[2], c.args[3]));
     EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), std::vector<std::wstring>{c.message});
   }
-  log_.Clear();
-  EXPECT_FALSE(engine_->EnterRoom(nullptr, nullptr, nullptr, nullptr));
-  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"), std::vector<std::wstring>{L"EnterRoom:app_id is null.failed!"});
   // Nothing was stored: entering again uses the last room's parameters.
   EXPECT_TRUE(engine_->ReEnterRoom());
   ASSERT_TRUE(LiteavWaitForCall("enterRoom", 2, 5000));
   EXPECT_EQ(liteav_control::CallsNamed("enterRoom")[1],
             "enterRoom(1400000001,1234,alice,sig,0,(null),(null),(null),0)");
-}
-
-TEST_F(EngineRoom, EmptyAndNonNumericTextPasses) {
+  // Empty and non-numeric text passes.
   LiteavSetAutoAnswer(false);
   ASSERT_TRUE(engine_->EnterRoom("", "room", "", ""));
-  ASSERT_TRUE(LiteavWaitForCall("enterRoom", 1, 5000));
-  EXPECT_EQ(liteav_control::CallsNamed("enterRoom")[0], "enterRoom(0,0,,,0,(null),(null),(null),0)");
+  ASSERT_TRUE(LiteavWaitForCall("enterRoom", 3, 5000));
+  EXPECT_EQ(liteav_control::CallsNamed("enterRoom")[2], "enterRoom(0,0,,,0,(null),(null),(null),0)");
 }
 
-TEST_F(EngineRoom, ExitRoomByTheHostClosesOnce) {
-  EnterRoomAndWait();
-  engine_->OpenCamera(nullptr);
-  LiteavReset();
-  log_.Clear();
-  EXPECT_TRUE(engine_->ExitRoom());
-  EXPECT_FALSE(engine_->IsInRoom());
-  ASSERT_TRUE(events_.WaitFor("OnExitRoom(0,success)"));
-  DrainTaskThread();
-  EXPECT_EQ(log_.Count(L"CloseCamera"), 1);
-  EXPECT_EQ(log_.Count(L"CloseMicDevice"), 1);
-  EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 1);
-  EXPECT_EQ(LiteavCountCalls("exitRoom"), 1);
-  EXPECT_TRUE(log_.Contains(L"onExitRoom"));
-  std::vector<std::wstring> lines = log_.Messages(L"RTCEngineImpl");
-  EXPECT_EQ(lines[0], L"ExitRoom");
-}
-
-TEST_F(EngineRoom, ExitRoomOutsideARoomStillCallsTheSdk) {
-  EXPECT_TRUE(engine_->ExitRoom());
-  EXPECT_EQ(LiteavCountCalls("exitRoom"), 1);
-}
-
-TEST_F(EngineRoom, RoomEndedByTheSdkClosesCameraAndMicrophone) {
-  EnterRoomAndWait();
-  engine_->OpenCamera(nullptr);
-  LiteavReset();
-  log_.Clear();
-  Fire([](ITRTCCloudCallback* cb) { cb->onExitRoom(2); });
-  EXPECT_TRUE(events_.WaitFor("OnExitRoom(0,success)"));
-  EXPECT_FALSE(engine_->IsInRoom());
-  EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 1);
-  DrainTaskThread();
-  EXPECT_TRUE(log_.Contains(L"OnCloseMicDeviceTask: 0"));
-  std::vector<std::wstring> lines = log_.Messages(L"RTCEngineImpl");
-  ASSERT_GE(lines.size(), 4u);
-  EXPECT_EQ(lines[0], L"onExitRoom");
-  EXPECT_EQ(lines[1], L"CloseCamera");
+// ExitRoom by the host and a room the SDK ends close camera and microphone
+// alike, each once.
+TEST_F(EngineRoom, ExitRoomByTheHostOrTheSdkClosesOnce) {
+  for (bool by_host : {true, false}) {
+    events_.Clear();
+    EnterRoomAndWait();
+    engine_->OpenCamera(nullptr);
+    LiteavReset();
+    log_.Clear();
+    if (by_host) {
+      EXPECT_TRUE(engine_->ExitRoom());
+      EXPECT_FALSE(engine_->IsInRoom());
+    } else {
+      Fire([](ITRTCCloudCallback* cb) { cb->onExitRoom(2); });
+    }
+    ASSERT_TRUE(events_.WaitFor("OnExitRoom(0,success)")) << by_host;
+    EXPECT_FALSE(engine_->IsInRoom());
+    DrainTaskThread();
+    EXPECT_EQ(log_.Count(L"CloseCamera"), 1) << by_host;
+    EXPECT_EQ(log_.Count(L"OnCloseMicDeviceTask: 0"), 1) << by_host;
+    EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 1) << by_host;
+    EXPECT_EQ(LiteavCountCalls("exitRoom"), by_host ? 1 : 0);
+    const std::vector<std::wstring> lines = log_.Messages(L"RTCEngineImpl");
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], by_host ? L"ExitRoom" : L"onExitRoom");
+    EXPECT_TRUE(log_.Contains(L"onExitRoom"));
+  }
 }
 
 TEST_F(EngineRoom, RoomEndRestartsRunningDeviceTests) {
@@ -116,41 +94,18 @@ TEST_F(EngineRoom, RoomEndRestartsRunningDeviceTests) {
                                              "stopCameraDeviceTest()", "startCameraDeviceTest(0)"}));
 }
 
-TEST_F(EngineRoom, UserEnterAndExit) {
+TEST_F(EngineRoom, UserEnterStartsTheRemoteViewAndUserExitStopsIt) {
   Fire([](ITRTCCloudCallback* cb) { cb->onUserEnter("bob"); });
   EXPECT_EQ(events_.Texts(), std::vector<std::string>{"OnUserEnter(bob)"});
-  EXPECT_EQ(events_.ThreadOf("OnUserEnter(bob)"), LiteavCallbackThreadId());
   EXPECT_EQ(liteav_control::Calls(),
             (std::vector<std::string>{"setRemoteVideoRenderCallback(bob,3,1,callback)",
                                       "setAudioFrameCallback(callback)", "startRemoteView(bob,0)"}));
-  EXPECT_TRUE(log_.Contains(L"onUserEnter:bob"));
   LiteavReset();
   Fire([](ITRTCCloudCallback* cb) { cb->onUserExit("bob", 3); });
   EXPECT_EQ(events_.Texts("OnUserExit"), std::vector<std::string>{"OnUserExit(bob,3)"});
   EXPECT_EQ(liteav_control::Calls(), std::vector<std::string>{"stopRemoteView(bob)"});
+  EXPECT_TRUE(log_.Contains(L"onUserEnter:bob"));
   EXPECT_TRUE(log_.Contains(L"onUserExit:bob"));
-}
-
-TEST_F(EngineRoom, AvailabilityErrorsAndConnectionPassThrough) {
-  Fire([](ITRTCCloudCallback* cb) {
-    cb->onUserVideoAvailable("bob", true);
-    cb->onUserAudioAvailable("bob", false);
-    cb->onError(-3301, "bad sig", nullptr);
-    cb->onWarning(1103, "slow", nullptr);
-    cb->onConnectionLost();
-    cb->onTryToReconnect();
-    cb->onConnectionRecovery();
-  });
-  EXPECT_EQ(events_.Texts(),
-            (std::vector<std::string>{"OnUserVideoAvailable(bob,1)", "OnUserAudioAvailable(bob,0)",
-                                      "OnError(-3301,bad sig)", "OnConnectionLost()", "OnTryToReconnect()",
-                                      "OnConnectionRecovery()"}));
-  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
-            (std::vector<std::wstring>{L"onUserVideoAvailable:bob, available:1",
-                                       L"onUserAudioAvailable:bob, available:0",
-                                       L"onError:bad sig, code=-3301", L"onWarning:slow, code=1103",
-                                       L"onConnectionLost", L"onTryToReconnect", L"onConnectionRecovery"}));
-  EXPECT_EQ(LiteavCallCount(), 0);
 }
 
 TEST_F(EngineRoom, SubStreamOfTheChosenDesktopUserStartsItsView) {
@@ -164,23 +119,14 @@ TEST_F(EngineRoom, SubStreamOfTheChosenDesktopUserStartsItsView) {
     cb->onUserSubStreamAvailable("carol", true);
   });
   EXPECT_EQ(liteav_control::Calls(), std::vector<std::string>{"startRemoteSubStreamView(carol,0)"});
-  EXPECT_EQ(events_.Texts(),
-            (std::vector<std::string>{"OnUserSubStreamAvailable(carol,0)", "OnUserSubStreamAvailable(dave,1)",
-                                      "OnUserSubStreamAvailable(carol,1)"}));
-  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
-            (std::vector<std::wstring>{L"onUserSubStreamAvailable:carol, available:0",
-                                       L"onUserSubStreamAvailable:dave, available:1",
-                                       L"onUserSubStreamAvailable:carol, available:1",
-                                       L"onUserSubStreamAvailable call startRemoteSubStreamView:carol"}));
+  EXPECT_EQ(events_.Texts().size(), 3u);
+  EXPECT_EQ(log_.Messages(L"RTCEngineImpl").back(),
+            L"onUserSubStreamAvailable call startRemoteSubStreamView:carol");
 }
 
 TEST_F(EngineRoom, NetworkQualityMapping) {
   Fire([](ITRTCCloudCallback* cb) {
-    for (int q = 1; q <= 6; ++q) cb->onNetworkQuality({"", q}, nullptr, 0);
-    cb->onNetworkQuality({"", 0}, nullptr, 0);
-    cb->onNetworkQuality({"", 7}, nullptr, 0);
-    cb->onNetworkQuality({"", 1}, nullptr, 0);
-    cb->onNetworkQuality({"", 0}, nullptr, 0);
+    for (int q : {1, 2, 3, 4, 5, 6, 0, 7, 1, 0}) cb->onNetworkQuality({"", q}, nullptr, 0);
   });
   std::vector<std::string> expected;
   for (int status : {0, 0, 0, 0, 1, 1, 1, 1, 0, 0})
@@ -200,6 +146,11 @@ TRTCStatistics Stats(int64_t received, int64_t sent) {
   return stats;
 }
 
+// Waits until more than a second (but less than two) has passed since `from`.
+void OverASecondSince(int64_t from) {
+  ASSERT_TRUE(testing_support::WaitUntil([&] { return TimeMilliseconds() - from >= 1050; }, 3000));
+}
+
 TEST_F(EngineRoom, StatisticsRatesAfterTheBaseline) {
   EnterRoomAndWait();
   Fire([](ITRTCCloudCallback* cb) {
@@ -209,11 +160,10 @@ TEST_F(EngineRoom, StatisticsRatesAfterTheBaseline) {
   const int64_t baseline_after = TimeMilliseconds();
   EXPECT_TRUE(events_.Texts("OnStatistics").empty());  // the first one only sets the baseline
   // Over 1 to 2 seconds (truncated to 1): 2048000 bytes received, 102400 sent.
-  ASSERT_TRUE(testing_support::WaitUntil([&] { return TimeMilliseconds() - baseline_after >= 1050; }, 3000));
+  OverASecondSince(baseline_after);
   TRTCRemoteStatistics remotes[3] = {};
   remotes[0].user_id = "bob";
   remotes[0].final_loss = 7;
-  remotes[0].stream_type = 0;
   remotes[1].user_id = "carol";
   remotes[1].final_loss = 8;
   remotes[1].stream_type = 2;
@@ -237,8 +187,7 @@ TEST_F(EngineRoom, EarlyStatisticsAreSwallowedButMoveTheBaseline) {
     cb->onStatistics(Stats(0, 0));
     cb->onStatistics(Stats(1024000, 0));  // well under a second later
   });
-  const int64_t second_after = TimeMilliseconds();
-  ASSERT_TRUE(testing_support::WaitUntil([&] { return TimeMilliseconds() - second_after >= 1050; }, 3000));
+  OverASecondSince(TimeMilliseconds());
   Fire([](ITRTCCloudCallback* cb) { cb->onStatistics(Stats(2048000, 0)); });
   // Measured from the second callback, not the first: 1000, not 2000.
   EXPECT_EQ(events_.Texts("OnStatistics"),
@@ -255,7 +204,7 @@ TEST_F(EngineRoom, StatisticsWithoutHostSetNoBaseline) {
   EXPECT_TRUE(events_.Texts("OnStatistics").empty());
 }
 
-TEST_F(EngineRoom, VoiceVolumesNameTheLocalUser) {
+TEST_F(EngineRoom, VoiceVolumesNameTheLocalUserAndFeedARunningMicTestFirst) {
   EnterRoomAndWait("alice");
   Fire([](ITRTCCloudCallback* cb) {
     TRTCVolumeInfo volumes[2] = {{"", 50}, {"bob", 30}};
@@ -265,10 +214,6 @@ TEST_F(EngineRoom, VoiceVolumesNameTheLocalUser) {
   EXPECT_EQ(events_.Texts("OnUserVoiceVolume"),
             std::vector<std::string>{"OnUserVoiceVolume(alice:50,bob:30)"});
   EXPECT_TRUE(events_.Texts("OnMicTestVolume").empty());
-}
-
-TEST_F(EngineRoom, VoiceVolumesFeedARunningMicTestFirst) {
-  EnterRoomAndWait("alice");
   engine_->StartMicDeviceTest();
   events_.Clear();
   Fire([](ITRTCCloudCallback* cb) {

@@ -100,11 +100,6 @@ class RecordingEvents : public RTCEngineEvent {
     }
     return out;
   }
-  int Count(const std::string& text) {
-    int n = 0;
-    for (const Event& e : Events()) n += e.text == text ? 1 : 0;
-    return n;
-  }
   bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
     std::unique_lock<std::mutex> guard(mutex_);
     return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] {
@@ -154,18 +149,18 @@ class RecordingEvents : public RTCEngineEvent {
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    ResetStandIn();
+    engine_ = CreaeRTCEngine();
+    ASSERT_NE(engine_, nullptr);
+    engine_->Initialize(nullptr, &events_);
+    ResetStandIn();  // only the calls made from here on
+    log_.Clear();
+  }
+  static void ResetStandIn() {
     LiteavReset();
     liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
     liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
     liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
-    engine_ = CreaeRTCEngine();
-    ASSERT_NE(engine_, nullptr);
-    engine_->Initialize(nullptr, &events_);
-    LiteavReset();  // only the calls made from here on
-    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
-    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
-    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
-    log_.Clear();
   }
   void TearDown() override {
     ReleaseRTCEngine();
@@ -204,9 +199,16 @@ class EngineTest : public ::testing::Test {
   RTCEngine* engine_ = nullptr;
 };
 
-inline std::vector<std::string> Names(const DeviceRecord* devices, int32_t count) {
+// The names a list operation gives ({"<false>"} when it fails), the array
+// freed as a host frees it.
+using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
+inline std::vector<std::string> ListNames(RTCEngine* engine, ListFn list) {
+  DeviceRecord* devices = nullptr;
+  int32_t count = 0;
+  if (!(engine->*list)(&devices, &count)) return {"<false>"};
   std::vector<std::string> names;
   for (int32_t i = 0; i < count; ++i) names.push_back(devices[i].name);
+  FreeDeviceRecords(devices);
   return names;
 }
 

@@ -4,38 +4,25 @@
 
 namespace {
 
-TEST(CopyText, FitsWhole) {
-  char field[8];
-  memset(field, 'x', sizeof(field));
-  engine::CopyText(field, sizeof(field), "abc");
-  EXPECT_STREQ(field, "abc");
-  engine::CopyText(field, sizeof(field), "1234567");
-  EXPECT_STREQ(field, "1234567");
-}
-
-TEST(CopyText, CutsWithANul) {
-  char field[8];
-  engine::CopyText(field, sizeof(field), "123456789");
-  EXPECT_STREQ(field, "1234567");
-}
-
-TEST(CopyText, NeverSplitsAUtf8Character) {
-  char field[8];
-  // 5 ASCII bytes, then a 3-byte character that would straddle the end.
-  engine::CopyText(field, sizeof(field), "abcde\xE2\x82\xAC");
-  EXPECT_STREQ(field, "abcde");
-  // 4 ASCII bytes and the same character fit exactly (7 bytes + NUL).
-  engine::CopyText(field, sizeof(field), "abcd\xE2\x82\xAC");
-  EXPECT_STREQ(field, "abcd\xE2\x82\xAC");
-  // 6 ASCII then a 2-byte character.
-  engine::CopyText(field, sizeof(field), "abcdef\xC3\xA9");
-  EXPECT_STREQ(field, "abcdef");
-}
-
-TEST(CopyText, NullGivesEmpty) {
-  char field[4] = {'a', 'b', 'c', 'd'};
-  engine::CopyText(field, sizeof(field), nullptr);
-  EXPECT_STREQ(field, "");
+TEST(CopyText, CutsWithANulAndNeverSplitsAUtf8Character) {
+  struct Case {
+    const char* text;
+    const char* field;
+  } cases[] = {
+      {"abc", "abc"},
+      {"1234567", "1234567"},
+      {"123456789", "1234567"},
+      {"abcde\xE2\x82\xAC", "abcde"},            // a 3-byte character would straddle the end
+      {"abcd\xE2\x82\xAC", "abcd\xE2\x82\xAC"},  // 7 bytes and the NUL fit exactly
+      {"abcdef\xC3\xA9", "abcdef"},
+      {nullptr, ""},
+  };
+  for (const Case& c : cases) {
+    char field[8];
+    memset(field, 'x', sizeof(field));
+    engine::CopyText(field, sizeof(field), c.text);
+    EXPECT_STREQ(field, c.field) << (c.text ? c.text : "(null)");
+  }
 }
 
 TEST(FieldText, StopsAtTheFieldEnd) {

@@ -42,31 +42,6 @@ class EngineView : public EngineTest {
   }
 };
 
-TEST_F(EngineView, ViewOperationsCallTheSdk) {
-  const HWND view = reinterpret_cast<HWND>(0x99);
-  engine_->StartRemoteCameraView("bob", view);
-  engine_->StopRemoteCameraView("bob");
-  engine_->StartRemoteDesktopView("bob", view);
-  engine_->StopRemoteDesktopView("bob");
-  engine_->StartAllRemoteVidw();
-  engine_->StopAllRemoteView();
-  engine_->MuteRemoteAudio("bob", true);
-  engine_->MuteAllRemoteAudio(true);
-  engine_->SetRemoteStreamType("bob", 1);
-  engine_->SetRemoteStreamType(nullptr, 2);
-  EXPECT_EQ(
-      liteav_control::Calls(),
-      (std::vector<std::string>{"startRemoteView(bob,153)", "stopRemoteView(bob)",
-                                "startRemoteSubStreamView(bob,153)", "stopRemoteSubStreamView(bob)",
-                                "stopAllRemoteView()", "muteRemoteAudio(bob,1)", "muteAllRemoteAudio(1)",
-                                "setRemoteVideoStreamType(bob,1)", "setPriorRemoteVideoStreamType(2)"}));
-  EXPECT_EQ(log_.Messages(L"RTCEngineImpl"),
-            (std::vector<std::wstring>{
-                L"StartRemoteCameraView:bob", L"StopRemoteCameraView:bob", L"StartRemoteDesktopView:bob",
-                L"StopRemoteDesktopView:bob", L"StartAllRemoteVidw", L"StopAllRemoteView",
-                L"MuteRemoteAudio:UserID=bob, bMute=1", L"MuteAllRemoteAudio:enable=1"}));
-}
-
 TEST_F(EngineView, NullUsersAreLoggedAndGoNoFurther) {
   engine_->StartRemoteCameraView(nullptr, nullptr);
   engine_->StopRemoteCameraView(nullptr);
@@ -90,19 +65,18 @@ TEST_F(EngineView, FrameSizesFollowTheFormat) {
   Render("bob", 1, TRTCVideoPixelFormat_I420, 641, 361);
   Render("bob", 0, TRTCVideoPixelFormat_Texture_2D, 10, 10);
   Render("bob", 5, TRTCVideoPixelFormat_BGRA32, 1, 1);
-  EXPECT_EQ(events_.Texts(), (std::vector<std::string>{"OnLocalVideoFrame(alice,data,921600,640,360,1)",
-                                                       "OnRemoteVideoFrame(bob,data,347101,641,361,1)",
-                                                       "OnRemoteVideoFrame(bob,data,0,10,10,1)",
-                                                       "OnRemoteVideoFrame(bob,data,4,1,1,0)"}));
-  EXPECT_EQ(events_.ThreadOf("OnLocalVideoFrame(alice,data,921600,640,360,1)"), LiteavCallbackThreadId());
-}
-
-TEST_F(EngineView, LocalSubStreamIsCountedButNotDelivered) {
-  Fire([](ITRTCCloudCallback* cb) { cb->onUserEnter("bob"); });
-  events_.Clear();
-  Render("", 2, TRTCVideoPixelFormat_BGRA32, 4, 4, 0, 60);
   Render("bob", 2, TRTCVideoPixelFormat_BGRA32, 4, 4);
-  EXPECT_EQ(events_.Texts(), std::vector<std::string>{"OnRemoteVideoFrame(bob,data,64,4,4,2)"});
+  EXPECT_EQ(events_.Texts(),
+            (std::vector<std::string>{
+                "OnLocalVideoFrame(alice,data,921600,640,360,1)",
+                "OnRemoteVideoFrame(bob,data,347101,641,361,1)", "OnRemoteVideoFrame(bob,data,0,10,10,1)",
+                "OnRemoteVideoFrame(bob,data,4,1,1,0)", "OnRemoteVideoFrame(bob,data,64,4,4,2)"}));
+  EXPECT_EQ(events_.ThreadOf("OnLocalVideoFrame(alice,data,921600,640,360,1)"), LiteavCallbackThreadId());
+  // The local sub-stream is counted (one log line in 60) but not delivered.
+  events_.Clear();
+  log_.Clear();
+  Render("", 2, TRTCVideoPixelFormat_BGRA32, 4, 4, 0, 60);
+  EXPECT_TRUE(events_.Events().empty());
   EXPECT_EQ(LogLinesStartingWith(L"OnLocalVideoFrame:thread="), 1);
 }
 
@@ -129,19 +103,12 @@ TEST_F(EngineView, OneFrameInSixtyIsLogged) {
   EXPECT_EQ(LogLinesStartingWith(L"OnLocalVideoFrame:thread="), 3);
   Render("bob", 2, TRTCVideoPixelFormat_BGRA32, 8, 6, 0, 60);
   EXPECT_EQ(LogLinesStartingWith(L"OnRemoteVideoFrame:thread="), 1);
-  const std::wstring thread = std::to_wstring(LiteavCallbackThreadId());
-  bool exact = false;
-  for (const std::wstring& line : log_.Messages(L"RTCEngineImpl")) {
-    if (line.rfind(L"OnRemoteVideoFrame:", 0) == 0) {
-      // The frame's place in the run decides its pts: 1000 to 1059.
-      exact =
-          line.rfind(L"OnRemoteVideoFrame:thread=" + thread + L", usr_id:bob, w=8, h=6, pts=10", 0) == 0 &&
-          line.size() == std::wstring(L"OnRemoteVideoFrame:thread=" + thread +
-                                      L", usr_id:bob, w=8, h=6, pts=1000, video_type=2")
-                             .size();
-    }
-  }
-  EXPECT_TRUE(exact);
+  // The frame's place in the run decides its pts: 1000 to 1059.
+  const std::wstring line = log_.Messages(L"RTCEngineImpl").back();
+  const std::wstring head = L"OnRemoteVideoFrame:thread=" + std::to_wstring(LiteavCallbackThreadId()) +
+                            L", usr_id:bob, w=8, h=6, pts=10";
+  EXPECT_EQ(line.substr(0, head.size()), head);
+  EXPECT_EQ(line.substr(head.size() + 2), L", video_type=2");
 }
 
 TEST_F(EngineView, FirstFramesOfTheProcessAreCountedFromTheStart) {
@@ -192,13 +159,6 @@ TEST_F(EngineView, AudioFramesLogOneInAHundred) {
                               L", usr_id:bob, length=1920";
   EXPECT_EQ(log_.Count(played), 1);
   EXPECT_TRUE(events_.Texts("OnRemote").empty());
-}
-
-TEST_F(EngineView, NoFramesReachTheHostAfterUnInitialize) {
-  engine_->UnInitialize();
-  Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2, 1);
-  EXPECT_TRUE(events_.Events().empty());
-  EXPECT_EQ(LiteavCountCalls("setLocalViewRotation"), 0);
 }
 
 TEST_F(EngineView, LocalFramesNeverSeeATornUserId) {

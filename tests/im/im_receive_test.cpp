@@ -1,6 +1,6 @@
 // The receive path: which messages pass, what reaches the host, and the
 // cache of whiteboard data.
-#include "im/im_fixture.h"
+#include "im/im_test_support.h"
 
 namespace im_test {
 namespace {
@@ -22,36 +22,32 @@ class ImReceiveTest : public ImManagerTest {
 };
 
 TEST_F(ImReceiveTest, OnlyGroupMessagesFromOthersPassAndTheBatchIsLoggedOnce) {
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   const std::string batch = "[" + CustomMessage("group-9", "bob", "other group") + "," +
                             CustomMessage(kGroup, kUser, "my own") + "," +
-                            CustomMessage(kGroup, "bob", "for us") + "]";
+                            CustomMessage(kGroup, "bob", "for us") + "," +
+                            ImMessage(kGroup, "carol",
+                                      "{\"elem_type\":3,\"custom_elem_data\":\"one\"},"
+                                      "{\"elem_type\":3,\"custom_elem_data\":\"two\"}",
+                                      2) +
+                            "]";
   Deliver(batch);
+  // Two custom elements in one message give two deliveries, in order.
   const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
-  ASSERT_EQ(got.size(), 1u);
+  ASSERT_EQ(got.size(), 3u);
   EXPECT_EQ(got[0].group_id, kGroup);
   EXPECT_EQ(got[0].sender, "bob");
   EXPECT_EQ(got[0].data, "for us");
   EXPECT_EQ(got[0].length, 6);
   EXPECT_NE(got[0].thread_id, GetCurrentThreadId());
+  EXPECT_EQ(got[1].data, "one");
+  EXPECT_EQ(got[2].data, "two");
   EXPECT_EQ(log_.Count(L"HandleTIMRecvNewMsgCallback:" + Widen(batch)), 1);
   EXPECT_EQ(log_.Count(L"OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: for us"), 1);
 }
 
-TEST_F(ImReceiveTest, TwoCustomElementsInOneMessageGiveTwoDeliveriesInOrder) {
-  manager_->SetWhiteBoardCallback(&board_);
-  Deliver(
-      "[{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\","
-      "\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"one\"},"
-      "{\"elem_type\":3,\"custom_elem_data\":\"two\"}]}]");
-  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
-  ASSERT_EQ(got.size(), 2u);
-  EXPECT_EQ(got[0].data, "one");
-  EXPECT_EQ(got[1].data, "two");
-}
-
 TEST_F(ImReceiveTest, MissingKeysAndWrongValueTypesAreSkippedWithoutAWord) {
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   const int lines_before = static_cast<int>(log_.Messages(L"ImManagerImpl").size());
   Deliver("this is not json");
   EXPECT_EQ(static_cast<int>(log_.Messages(L"ImManagerImpl").size()), lines_before);
@@ -98,21 +94,17 @@ TEST_F(ImReceiveTest, GroupTextAndOneToOneMessagesGoToTheEventInterface) {
   Deliver("[" + TextMessage(kGroup, "bob", "hello group") + "," +
           TextMessage("bob", "bob", "hello alice", 1) + "," + CustomMessage("bob", "bob", "c2c data", 1) +
           "," + TextMessage(kUser, kUser, "from myself", 1) + "]");
-  const std::vector<Received> group = journal_.Of(Received::kGroupText);
-  ASSERT_EQ(group.size(), 1u);
-  EXPECT_EQ(group[0].group_id, kGroup);
-  EXPECT_EQ(group[0].data, "hello group");
-  const std::vector<Received> c2c = journal_.Of(Received::kC2CText);
-  ASSERT_EQ(c2c.size(), 1u);
-  EXPECT_EQ(c2c[0].sender, "bob");
-  EXPECT_EQ(c2c[0].data, "hello alice");
-  const std::vector<Received> custom = journal_.Of(Received::kC2CCustom);
-  ASSERT_EQ(custom.size(), 1u);
-  EXPECT_EQ(custom[0].sender, "bob");
-  EXPECT_EQ(custom[0].data, "c2c data");
-  EXPECT_EQ(custom[0].length, 8);
+  std::vector<std::string> got;
+  for (const Received& r : journal_.All()) {
+    if (r.kind != Received::kImEvent) {
+      got.push_back(std::to_string(r.kind) + ":" + r.group_id + ":" + r.sender + ":" + r.data + ":" +
+                    std::to_string(r.length));
+    }
+  }
+  EXPECT_EQ(got, (std::vector<std::string>{"2:group-1:bob:hello group:11", "1::bob:hello alice:11",
+                                           "3::bob:c2c data:8"}));
   // One-to-one data is no whiteboard data and is not cached.
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
 }
 
@@ -123,7 +115,7 @@ TEST_F(ImReceiveTest, WhiteBoardDataIsCachedUntilAnInterfaceIsSetThenDeliveredIn
   EXPECT_EQ(log_.Count(L"HandleRecvGroupCustomMsg: push msg to cache: early 2"), 1);
   EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
 
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
   ASSERT_EQ(got.size(), 2u);
   for (const Received& r : got) {
@@ -135,11 +127,10 @@ TEST_F(ImReceiveTest, WhiteBoardDataIsCachedUntilAnInterfaceIsSetThenDeliveredIn
   EXPECT_EQ(got[0].data, "early 1");
   EXPECT_EQ(got[0].length, 7);
   EXPECT_EQ(got[1].data, "early 2");
-  EXPECT_TRUE(log_.Contains(L"OnRecvWhiteBoardData in SetWhiteBoardCallback: early 1"));
   EXPECT_TRUE(log_.Contains(L"OnRecvWhiteBoardData in SetWhiteBoardCallback: early 2"));
 
   // The cache is empty now; later data is delivered live.
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   EXPECT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 2u);
   Deliver("[" + CustomMessage(kGroup, "bob", "live") + "]");
   ASSERT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 3u);
@@ -148,13 +139,13 @@ TEST_F(ImReceiveTest, WhiteBoardDataIsCachedUntilAnInterfaceIsSetThenDeliveredIn
 
 // Delivers a live batch from inside the first cached delivery and returns
 // once the SDK thread has begun handling it.
-class LiveDuringFlush : public RecordingWhiteBoard {
+class LiveDuringFlush : public WhiteBoardEvent {
  public:
-  LiveDuringFlush(Journal* journal, testing_support::LogCapture* log)
-      : RecordingWhiteBoard(journal), log_(log) {}
+  LiveDuringFlush(Journal* journal, testing_support::LogCapture* log) : journal_(journal), log_(log) {}
 
+  void OnSendWhiteBoardDataResult(int, const char*, void*) override {}
   void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
-    RecordingWhiteBoard::OnRecvWhiteBoardData(group_id, sender, data, length);
+    journal_->OnRecvWhiteBoardData(group_id, sender, data, length);
     if (sent_live_) return;
     sent_live_ = true;
     const std::string batch = "[" + CustomMessage(kGroup, "bob", "live") + "]";
@@ -165,6 +156,7 @@ class LiveDuringFlush : public RecordingWhiteBoard {
   bool reached_ = false;
 
  private:
+  Journal* journal_;
   testing_support::LogCapture* log_;
   bool sent_live_ = false;
 };
@@ -175,7 +167,7 @@ TEST_F(ImReceiveTest, LiveDataWaitsBehindAFlushOfTheCache) {
   LiveDuringFlush board(&journal_, &log_);
   manager_->SetWhiteBoardCallback(&board);
   EXPECT_TRUE(board.reached_);
-  ASSERT_TRUE(journal_.WaitForKind(Received::kWhiteBoardData, 3, kWait));
+  ASSERT_TRUE(journal_.WaitFor(Received::kWhiteBoardData, 3));
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
   const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
   ASSERT_EQ(got.size(), 3u);
@@ -193,7 +185,7 @@ TEST_F(ImReceiveTest, ClearingTheInterfaceKeepsTheCache) {
   manager_->SetWhiteBoardCallback(nullptr);
   EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
   Deliver("[" + CustomMessage(kGroup, "bob", "kept 2") + "]");
-  manager_->SetWhiteBoardCallback(&board_);
+  manager_->SetWhiteBoardCallback(&journal_);
   const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
   ASSERT_EQ(got.size(), 2u);
   EXPECT_EQ(got[0].data, "kept 1");
@@ -205,33 +197,19 @@ TEST_F(ImReceiveTest, ClearingTheInterfaceKeepsTheCache) {
   EXPECT_EQ(journal_.Of(Received::kWhiteBoardData).size(), 2u);
 }
 
-TEST_F(ImReceiveTest, EmptyDataIsDeliveredLiveWithLengthZeroAndFromTheCacheAsNull) {
+TEST_F(ImReceiveTest, EmptyDataComesFromTheCacheAsNullAndEscapedDataDecodedWithItsByteLength) {
   Deliver("[" + CustomMessage(kGroup, "bob", "") + "]");
-  manager_->SetWhiteBoardCallback(&board_);
-  Deliver("[" + CustomMessage(kGroup, "bob", "") + "]");
+  manager_->SetWhiteBoardCallback(&journal_);
+  Deliver("[" + CustomMessage(kGroup, "bob", "") + "," +
+          CustomMessage(kGroup, "bob", "a\\u0000b\\\"\xc3\xa9") + "]");
   const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
-  ASSERT_EQ(got.size(), 2u);
+  ASSERT_EQ(got.size(), 3u);
   EXPECT_TRUE(got[0].data_null);
   EXPECT_EQ(got[0].length, 0);
   EXPECT_FALSE(got[1].data_null);
   EXPECT_EQ(got[1].length, 0);
-}
-
-TEST_F(ImReceiveTest, DataWithEscapesArrivesDecodedWithItsByteLength) {
-  manager_->SetWhiteBoardCallback(&board_);
-  Deliver("[" + CustomMessage(kGroup, "bob", "a\\u0000b\\\"\xc3\xa9") + "]");
-  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].length, 6);
-  EXPECT_EQ(got[0].data, std::string("a\0b\"\xc3\xa9", 6));
-}
-
-TEST_F(ImReceiveTest, ANewLoginFreesTheCacheUndelivered) {
-  Deliver("[" + CustomMessage(kGroup, "bob", "old") + "]");
-  manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
-  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2, kWait));
-  manager_->SetWhiteBoardCallback(&board_);
-  EXPECT_TRUE(journal_.Of(Received::kWhiteBoardData).empty());
+  EXPECT_EQ(got[2].length, 6);
+  EXPECT_EQ(got[2].data, std::string("a\0b\"\xc3\xa9", 6));
 }
 
 }  // namespace

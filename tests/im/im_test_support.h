@@ -1,8 +1,11 @@
-// Host-side doubles for the IM tests: event interfaces that record what they
-// get and let a test wait for it, and helpers around the imsdk stand-in.
+// A host's view of ImManager for tests: event interfaces that record what
+// they get (and on which thread) and let a test wait for it, and a fixture
+// with a fresh imsdk stand-in, the one manager and a log capture.
 #pragma once
 
 #include <windows.h>
+
+#include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <functional>
@@ -10,10 +13,18 @@
 #include <string>
 #include <vector>
 
+#include "common/log_capture.h"
 #include "im_manager.h"
 #include "imsdk_control.h"
 
 namespace im_test {
+
+constexpr char kAppId[] = "1400000001";
+constexpr char kAccountType[] = "36862";
+constexpr char kUser[] = "alice";
+constexpr char kSign[] = "sig-alice";
+constexpr char kGroup[] = "group-1";
+constexpr DWORD kWait = 5000;
 
 // One host callback, of either interface, in the order of arrival.
 struct Received {
@@ -32,10 +43,70 @@ struct Received {
   DWORD thread_id = 0;
 };
 
-// Shared by both recorders so that the order across the two interfaces is
-// kept.
-class Journal {
+// Both interfaces in one: the order across the two is kept.
+class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
+  void OnImEvent(int event, int code, const char* desc) override {
+    Received r(Received::kImEvent);
+    r.event = event;
+    r.code = code;
+    r.desc = desc ? desc : "<null>";
+    Add(r);
+  }
+  void OnRecvC2CTextMessage(const char* sender, const char* text) override {
+    Add(Message(Received::kC2CText, "", sender, text, static_cast<int>(strlen(text))));
+  }
+  void OnRecvGroupTextMessage(const char* group_id, const char* sender, const char* text) override {
+    Add(Message(Received::kGroupText, group_id, sender, text, static_cast<int>(strlen(text))));
+  }
+  void OnRecvC2CCustomMessage(const char* sender, const char* data, int length) override {
+    Add(Message(Received::kC2CCustom, "", sender, data, length));
+  }
+  void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
+    Add(Message(Received::kWhiteBoardData, group_id, sender, data, length));
+  }
+  void OnSendWhiteBoardDataResult(int code, const char* desc, void* user_data) override {
+    Received r(Received::kSendResult);
+    r.code = code;
+    r.desc = desc ? desc : "<null>";
+    r.user_data = user_data;
+    Add(r);
+  }
+
+  std::vector<Received> All() const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return entries_;
+  }
+  std::vector<Received> Of(Received::Kind kind, int event = -1) const {
+    std::vector<Received> out;
+    for (const Received& r : All()) {
+      if (r.kind == kind && (event < 0 || r.event == event)) out.push_back(r);
+    }
+    return out;
+  }
+  std::vector<Received> Events(int event) const { return Of(Received::kImEvent, event); }
+  // Waits until at least `count` entries of `kind` (and `event`) are there.
+  bool WaitFor(Received::Kind kind, size_t count = 1, int event = -1, DWORD timeout_ms = kWait) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] {
+      size_t n = 0;
+      for (const Received& r : entries_) n += r.kind == kind && (event < 0 || r.event == event) ? 1 : 0;
+      return n >= count;
+    });
+  }
+  bool WaitForEvent(int event, size_t count = 1) const { return WaitFor(Received::kImEvent, count, event); }
+
+ private:
+  static Received Message(Received::Kind kind, const char* group_id, const char* sender, const char* data,
+                          int length) {
+    Received r(kind);
+    r.group_id = group_id;
+    r.sender = sender;
+    r.data_null = data == nullptr;
+    if (data) r.data.assign(data, length);
+    r.length = length;
+    return r;
+  }
   void Add(Received entry) {
     entry.thread_id = GetCurrentThreadId();
     {
@@ -45,113 +116,9 @@ class Journal {
     changed_.notify_all();
   }
 
-  std::vector<Received> All() const {
-    std::lock_guard<std::mutex> hold(mutex_);
-    return entries_;
-  }
-
-  std::vector<Received> Of(Received::Kind kind) const {
-    std::vector<Received> out;
-    for (const Received& entry : All()) {
-      if (entry.kind == kind) out.push_back(entry);
-    }
-    return out;
-  }
-
-  std::vector<Received> Events(int event) const {
-    std::vector<Received> out;
-    for (const Received& entry : All()) {
-      if (entry.kind == Received::kImEvent && entry.event == event) out.push_back(entry);
-    }
-    return out;
-  }
-
-  // Waits until at least `count` entries match.
-  bool WaitFor(std::function<bool(const Received&)> match, size_t count = 1, DWORD timeout_ms = 5000) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] {
-      size_t n = 0;
-      for (const Received& entry : entries_) n += match(entry) ? 1 : 0;
-      return n >= count;
-    });
-  }
-
-  bool WaitForEvent(int event, size_t count = 1, DWORD timeout_ms = 5000) const {
-    return WaitFor([event](const Received& r) { return r.kind == Received::kImEvent && r.event == event; },
-                   count, timeout_ms);
-  }
-
-  bool WaitForKind(Received::Kind kind, size_t count = 1, DWORD timeout_ms = 5000) const {
-    return WaitFor([kind](const Received& r) { return r.kind == kind; }, count, timeout_ms);
-  }
-
- private:
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
   std::vector<Received> entries_;
-};
-
-class RecordingImEvents : public ImManagerEvent {
- public:
-  explicit RecordingImEvents(Journal* journal) : journal_(journal) {}
-  ~RecordingImEvents() override = default;
-
-  void OnImEvent(int event, int code, const char* desc) override {
-    Received r(Received::kImEvent);
-    r.event = event;
-    r.code = code;
-    r.desc = desc ? desc : "<null>";
-    journal_->Add(r);
-  }
-  void OnRecvC2CTextMessage(const char* sender, const char* text) override {
-    Received r(Received::kC2CText);
-    r.sender = sender;
-    r.data = text;
-    journal_->Add(r);
-  }
-  void OnRecvGroupTextMessage(const char* group_id, const char* sender, const char* text) override {
-    Received r(Received::kGroupText);
-    r.group_id = group_id;
-    r.sender = sender;
-    r.data = text;
-    journal_->Add(r);
-  }
-  void OnRecvC2CCustomMessage(const char* sender, const char* data, int length) override {
-    Received r(Received::kC2CCustom);
-    r.sender = sender;
-    r.data.assign(data, length);
-    r.length = length;
-    journal_->Add(r);
-  }
-
- private:
-  Journal* journal_;
-};
-
-class RecordingWhiteBoard : public WhiteBoardEvent {
- public:
-  explicit RecordingWhiteBoard(Journal* journal) : journal_(journal) {}
-  ~RecordingWhiteBoard() override = default;
-
-  void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
-    Received r(Received::kWhiteBoardData);
-    r.group_id = group_id;
-    r.sender = sender;
-    r.data_null = (data == nullptr);
-    if (data) r.data.assign(data, length);
-    r.length = length;
-    journal_->Add(r);
-  }
-  void OnSendWhiteBoardDataResult(int code, const char* desc, void* user_data) override {
-    Received r(Received::kSendResult);
-    r.code = code;
-    r.desc = desc ? desc : "<null>";
-    r.user_data = user_data;
-    journal_->Add(r);
-  }
-
- private:
-  Journal* journal_;
 };
 
 // Text of a pointer as the stand-in records it.
@@ -162,18 +129,49 @@ inline std::string PointerText(const void* pointer) {
 }
 
 // One message of a batch, written by hand so that tests control every key.
+inline std::string ImMessage(const std::string& conv, const std::string& sender, const std::string& element,
+                             int conv_type) {
+  return "{\"message_conv_type\":" + std::to_string(conv_type) + ",\"message_conv_id\":\"" + conv +
+         "\",\"message_sender\":\"" + sender + "\",\"message_elem_array\":[" + element + "]}";
+}
 inline std::string CustomMessage(const std::string& group, const std::string& sender, const std::string& data,
                                  int conv_type = 2) {
-  return "{\"message_conv_type\":" + std::to_string(conv_type) + ",\"message_conv_id\":\"" + group +
-         "\",\"message_sender\":\"" + sender +
-         "\",\"message_elem_array\":[{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}]}";
+  return ImMessage(group, sender, "{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}", conv_type);
 }
-
 inline std::string TextMessage(const std::string& conv, const std::string& sender, const std::string& text,
                                int conv_type = 2) {
-  return "{\"message_conv_type\":" + std::to_string(conv_type) + ",\"message_conv_id\":\"" + conv +
-         "\",\"message_sender\":\"" + sender +
-         "\",\"message_elem_array\":[{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}]}";
+  return ImMessage(conv, sender, "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}", conv_type);
 }
+
+class ImManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ImsdkReset();
+    manager_ = ImManager::GetImManagerInstance();
+    ASSERT_NE(manager_, nullptr);
+  }
+  void TearDown() override {
+    // The manager goes first: its end drops the stand-in's queued callbacks
+    // and waits for a running one, so nothing reaches the journal later.
+    ImManager::DestroyImManagerInstance();
+    ImsdkReset();
+  }
+
+  void LogIn(const std::string& group = kGroup, const std::string& user = kUser) {
+    manager_->LogInAndJoinGroup(kAppId, kAccountType, user, kSign, group);
+  }
+  // Logs in and waits for the join's event; n counts earlier joins.
+  void LogInAndWaitForJoin(size_t n = 1) {
+    manager_->SetEventCallback(&journal_);
+    LogIn();
+    ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, n));
+    ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  }
+  int Calls(const char* function) { return ImsdkCallCount(function); }
+
+  testing_support::LogCapture log_;
+  Journal journal_;
+  ImManager* manager_ = nullptr;
+};
 
 }  // namespace im_test

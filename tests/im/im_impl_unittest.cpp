@@ -1,10 +1,11 @@
 // What only the inside of ImManagerImpl reaches: the LogOut path behind
-// need_logout_, and foreign messages on the task queue.
+// need_logout_, foreign messages on the task queue, and the JSON of an
+// element type the manager doesn't write.
 #include <gtest/gtest.h>
 
 #include "common/log_capture.h"
 #include "im/im_manager_impl.h"
-#include "imsdk_control.h"
+#include "im/im_test_support.h"
 
 class ImManagerImplTestPeer {
  public:
@@ -12,56 +13,39 @@ class ImManagerImplTestPeer {
   static DWORD TaskThread(ImManagerImpl* manager) { return manager->task_thread_id_; }
 };
 
+namespace im_test {
 namespace {
 
-constexpr DWORD kWait = 5000;
-
-class Events : public ImManagerEvent {
- public:
-  void OnImEvent(int event, int code, const char* desc) override {
-    std::lock_guard<std::mutex> hold(mutex_);
-    events_.push_back(std::to_string(event) + "/" + std::to_string(code) + "/" + desc);
-  }
-  void OnRecvC2CTextMessage(const char*, const char*) override {}
-  void OnRecvGroupTextMessage(const char*, const char*, const char*) override {}
-  void OnRecvC2CCustomMessage(const char*, const char*, int) override {}
-
-  std::vector<std::string> Get() {
-    std::lock_guard<std::mutex> hold(mutex_);
-    return events_;
-  }
-  bool Has(const std::string& event) {
-    return testing_support::WaitUntil(
-        [&] {
-          for (const std::string& e : Get()) {
-            if (e == event) return true;
-          }
-          return false;
-        },
-        kWait);
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> events_;
-};
+TEST(ImJson, UnknownElementTypesGiveAnEmptyElement) {
+  std::string json = ImManagerImpl::BuildMessageJson(2, "g", "me", "x", 5);
+  EXPECT_EQ(json.substr(json.find("\"message_elem_array\"")), "\"message_elem_array\":[{}]}");
+}
 
 class ImLogoutTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ImsdkReset();
     manager_.reset(new ImManagerImpl());
-    manager_->SetEventCallback(&events_);
+    manager_->SetEventCallback(&journal_);
     manager_->LogInAndJoinGroup("1", "2", "alice", "sig", "group-1");
-    ASSERT_TRUE(events_.Has("4/0/success"));
+    ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup));
   }
   void TearDown() override {
     manager_.reset();
     ImsdkReset();
   }
+  // Quits with need_logout_ set between the post and the quit's callback.
+  void QuitWithNeedLogout(int quits) {
+    ImsdkHoldCallbacks("TIMGroupQuit", 1);
+    manager_->LogoutAndQuitGroup();
+    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", quits, kWait));
+    ImManagerImplTestPeer::SetNeedLogout(manager_.get());
+    ImsdkHoldCallbacks("TIMGroupQuit", 0);
+    ASSERT_TRUE(journal_.WaitForEvent(IMEvent_Logout));
+  }
 
   testing_support::LogCapture log_;
-  Events events_;
+  Journal journal_;
   std::unique_ptr<ImManagerImpl> manager_;
 };
 
@@ -69,17 +53,13 @@ TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
   ImManagerImplTestPeer::SetNeedLogout(manager_.get());
   // LogoutAndQuitGroup itself clears the flag, as the interface has it.
   manager_->LogoutAndQuitGroup();
-  ASSERT_TRUE(events_.Has("5/0/success"));
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_QuitGroup));
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
   EXPECT_EQ(ImsdkCallCount("TIMLogout"), 0);
 
-  // Set between the post and the quit's callback, it takes effect.
-  ImsdkHoldCallbacks("TIMGroupQuit", 1);
-  manager_->LogoutAndQuitGroup();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 2, kWait));
-  ImManagerImplTestPeer::SetNeedLogout(manager_.get());
-  ImsdkHoldCallbacks("TIMGroupQuit", 0);
-  ASSERT_TRUE(events_.Has("2/0/success"));
+  QuitWithNeedLogout(2);
+  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].code, 0);
+  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].desc, "success");
   EXPECT_EQ(ImsdkCallCount("TIMLogout"), 1);
   EXPECT_TRUE(log_.Contains(L"LogOut:group id:group-1"));
   EXPECT_TRUE(log_.WaitFor(L"TIMLogout callback:success_code=0", 1, kWait));
@@ -94,12 +74,10 @@ TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
 
 TEST_F(ImLogoutTest, AFailedSdkLogoutIsReported) {
   ImsdkScriptCallback("TIMLogout", 6013, "not logged in");
-  ImsdkHoldCallbacks("TIMGroupQuit", 1);
-  manager_->LogoutAndQuitGroup();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));
-  ImManagerImplTestPeer::SetNeedLogout(manager_.get());
-  ImsdkHoldCallbacks("TIMGroupQuit", 0);
-  ASSERT_TRUE(events_.Has("2/6013/not logged in"));
+  QuitWithNeedLogout(1);
+  const Received logout = journal_.Events(IMEvent_Logout)[0];
+  EXPECT_EQ(logout.code, 6013);
+  EXPECT_EQ(logout.desc, "not logged in");
   EXPECT_TRUE(log_.WaitFor(L"TIMLogout callback:error_code=6013, error_desc=not logged in", 1, kWait));
   manager_.reset();
   EXPECT_EQ(ImsdkCallCount("TIMUninit"), 0);
@@ -114,10 +92,11 @@ TEST_F(ImLogoutTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   // A null send record is ignored too.
   ASSERT_TRUE(PostThreadMessageW(task_thread, IMTask_SendWhiteBoardData, 0, 0));
   manager_->LogoutAndQuitGroup();
-  ASSERT_TRUE(events_.Has("5/0/success"));
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_QuitGroup));
   const std::vector<std::string> names = imsdk_control::CallNames();
   ASSERT_EQ(static_cast<int>(names.size()), calls + 1);
   EXPECT_EQ(names.back(), "TIMGroupQuit");
 }
 
 }  // namespace
+}  // namespace im_test
