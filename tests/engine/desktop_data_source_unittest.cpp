@@ -6,8 +6,6 @@
 
 namespace {
 
-void OnDestroy(void* context) { ++*static_cast<int*>(context); }
-
 // Pulls once into a frame filled with a pattern; true if the pull gave
 // nothing and left the frame as it was.
 bool PullsNothing(DesktopDataSource* source) {
@@ -37,19 +35,6 @@ TEST(DesktopDataSource, EmptyDisabledOrBadlySizedGivesNothing) {
   EXPECT_TRUE(PullsNothing(&source));
   TRTCAudioFrame audio = {};
   EXPECT_EQ(source.onPullAudio(&audio), 0);
-}
-
-TEST(DesktopDataSource, DestroyHookRunsOnceAtTheEnd) {
-  int destroyed = 0;
-  DesktopDataSource* source = new DesktopDataSource;
-  source->on_destroy = &OnDestroy;
-  source->on_destroy_context = &destroyed;
-  source->Enable();
-  std::vector<uint8_t> picture(6, 1);
-  for (int i = 0; i < 20; ++i) source->PushFrame(picture.data(), 6, 2, 2, i);
-  EXPECT_EQ(destroyed, 0);
-  delete source;
-  EXPECT_EQ(destroyed, 1);
 }
 
 }  // namespace

@@ -88,21 +88,6 @@ TEST_F(EngineDesktop, ThirteenPushesKeepTheNewestTwelve) {
   EXPECT_EQ(Pull(&frame), 0);
 }
 
-TEST_F(EngineDesktop, TheSdkPullsOnItsOwnThreadAtItsRate) {
-  engine_->EnableCaptureDesktopVideo(true);
-  LiteavSetPullRate(200);
-  const uint32_t before = LiteavPulledFrameCount();
-  std::vector<uint8_t> picture = Picture(64, 32, 4);
-  ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), 3072, 64, 32, 77));
-  ASSERT_TRUE(testing_support::WaitUntil([&] { return LiteavPulledFrameCount() > before; }));
-  TRTCVideoFrame frame;
-  std::vector<uint8_t> bytes(picture.size());
-  ASSERT_TRUE(LiteavLastPulledFrame(&frame, bytes.data(), static_cast<uint32_t>(bytes.size())));
-  EXPECT_EQ(frame.timestamp, 77u);
-  EXPECT_EQ(bytes, picture);
-  LiteavSetPullRate(0);
-}
-
 TEST_F(EngineDesktop, NoPullAfterTheSourceIsGone) {
   const int destroyed = LiteavDestroyedSourceCount();
   engine_->EnableCaptureDesktopVideo(true);

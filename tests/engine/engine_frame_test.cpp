@@ -17,24 +17,39 @@ TEST_F(EngineFrame, TwoCreatesGiveOneEngineAndOneTaskThread) {
   EXPECT_EQ(log_.Count(L"DoTaskCore Enter", L"RTCEngineImpl"), 0);
 }
 
-TEST(EngineLifecycle, CreateBlocksUntilSdkMadeOnTaskThreadAndListsLoaded) {
+// Create blocks until the task thread has made the SDK object and loaded the
+// lists; release unregisters, destroys the SDK object last from the host's
+// thread, and waits for the task thread.
+TEST(EngineLifecycle, CreateInitializeRelease) {
   LogCapture log;
   LiteavReset();
   liteav_control::SetDevices(TRTCDeviceTypeCamera, {"C1", "C2"});
+  RecordingEvents events;
   RTCEngine* engine = CreaeRTCEngine();
-  // Everything below was done before the create returned.
-  const std::vector<std::string> calls = liteav_control::Calls();
-  ASSERT_GE(calls.size(), 3u);
-  EXPECT_EQ(
-      std::vector<std::string>(calls.begin(), calls.begin() + 3),
-      (std::vector<std::string>{"getTRTCShareInstance()", "getMicDevicesList()", "getCameraDevicesList()"}));
+  const std::vector<std::string> created = {"getTRTCShareInstance()", "getMicDevicesList()",
+                                            "getCameraDevicesList()"};
+  EXPECT_EQ(liteav_control::Calls(), created);
   EXPECT_NE(LiteavInstanceThreadId(), GetCurrentThreadId());
+  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId()));
+  ASSERT_TRUE(thread);
+  EXPECT_EQ(ListNames(engine, &RTCEngine::GetCameraDevices), (std::vector<std::string>{"C1", "C2"}));
+  engine->Initialize(nullptr, &events);
+  ReleaseRTCEngine();
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
+  std::vector<std::string> calls = created;
+  calls.insert(calls.end(), {"setLogLevel(1)", "setLogCallback(callback)", "addCallback(callback)",
+                             "setLocalVideoRenderCallback(3,1,callback)", "removeCallback(callback)",
+                             "destroyTRTCShareInstance()"});
+  EXPECT_EQ(liteav_control::Calls(), calls);
+  DWORD destroyer = 0;
+  LiteavGetCall(LiteavCallCount() - 1, nullptr, 0, &destroyer);
+  EXPECT_EQ(destroyer, GetCurrentThreadId());
   const std::vector<std::wstring> lines = log.Messages(L"RTCEngineImpl");
-  ASSERT_GE(lines.size(), 3u);
+  ASSERT_GE(lines.size(), 5u);
   EXPECT_EQ(std::vector<std::wstring>(lines.begin(), lines.begin() + 3),
             (std::vector<std::wstring>{L"PreInitialize", L"DoTaskCore Enter", L"DoTaskCore Enter2"}));
-  EXPECT_EQ(ListNames(engine, &RTCEngine::GetCameraDevices), (std::vector<std::string>{"C1", "C2"}));
-  ReleaseRTCEngine();
+  EXPECT_EQ(std::vector<std::wstring>(lines.end() - 2, lines.end()),
+            (std::vector<std::wstring>{L"~RTCEngineImpl", L"UnInitialize"}));
 }
 
 TEST(EngineLifecycle, CreateReleaseCreateGivesNewThreadAndReloadedLists) {
@@ -64,40 +79,6 @@ TEST(EngineLifecycle, PostRightAfterCreateIsNotLost) {
     EXPECT_TRUE(log.WaitFor(L"OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0", i + 1));
     ReleaseRTCEngine();
   }
-}
-
-TEST(EngineLifecycle, ReleaseRightAfterCreateWaitsForTheTaskThread) {
-  LogCapture log;
-  LiteavReset();
-  CreaeRTCEngine();
-  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId()));
-  ASSERT_TRUE(thread);
-  ReleaseRTCEngine();
-  // The thread has signalled its end before the release went on; what is left
-  // of it is its exit.
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
-  ASSERT_GT(LiteavCallCount(), 0);
-  EXPECT_EQ(liteav_control::Calls().back(), "destroyTRTCShareInstance()");
-  DWORD destroyer = 0;
-  LiteavGetCall(LiteavCallCount() - 1, nullptr, 0, &destroyer);
-  EXPECT_EQ(destroyer, GetCurrentThreadId());
-  const std::vector<std::wstring> lines = log.Messages(L"RTCEngineImpl");
-  ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(lines[lines.size() - 2], L"~RTCEngineImpl");
-  EXPECT_EQ(lines.back(), L"UnInitialize");
-}
-
-TEST_F(EngineFrame, InitializeRegistersInOrderAndReleaseUnregistersBeforeTheDestroy) {
-  ReleaseRTCEngine();
-  LiteavReset();
-  engine_ = CreaeRTCEngine();
-  LiteavReset();
-  engine_->Initialize(nullptr, &events_);
-  ReleaseRTCEngine();
-  EXPECT_EQ(liteav_control::Calls(),
-            (std::vector<std::string>{"setLogLevel(1)", "setLogCallback(callback)", "addCallback(callback)",
-                                      "setLocalVideoRenderCallback(3,1,callback)", "removeCallback(callback)",
-                                      "destroyTRTCShareInstance()"}));
 }
 
 TEST_F(EngineFrame, PostsRunInOrder) {

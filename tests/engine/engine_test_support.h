@@ -25,44 +25,52 @@ struct Event {
   DWORD thread_id;
 };
 
+inline std::string Text(const char* text) { return text ? text : "(null)"; }
+inline std::string Text(int64_t value) { return std::to_string(value); }
+// "Name(a,b,...)"
+template <typename... Args>
+std::string Call(const char* name, Args... args) {
+  std::string text = name;
+  const char* separator = "(";
+  for (const std::string& arg : {Text(args)...}) {
+    text += separator + arg;
+    separator = ",";
+  }
+  return text + ")";
+}
+
 class RecordingEvents : public RTCEngineEvent {
  public:
-  void OnError(int32_t code, const char* message) override {
-    Add("OnError(" + std::to_string(code) + "," + S(message) + ")");
-  }
+  void OnError(int32_t code, const char* message) override { Add(Call("OnError", code, message)); }
   void OnEnterRoom(int32_t result, const char* message) override {
-    Add("OnEnterRoom(" + std::to_string(result) + "," + S(message) + ")");
+    Add(Call("OnEnterRoom", result, message));
   }
-  void OnExitRoom(int32_t result, const char* message) override {
-    Add("OnExitRoom(" + std::to_string(result) + "," + S(message) + ")");
-  }
-  void OnUserEnter(const char* usr_id) override { Add("OnUserEnter(" + S(usr_id) + ")"); }
-  void OnUserExit(const char* usr_id, int32_t reason) override {
-    Add("OnUserExit(" + S(usr_id) + "," + std::to_string(reason) + ")");
-  }
+  void OnExitRoom(int32_t result, const char* message) override { Add(Call("OnExitRoom", result, message)); }
+  void OnUserEnter(const char* usr_id) override { Add(Call("OnUserEnter", usr_id)); }
+  void OnUserExit(const char* usr_id, int32_t reason) override { Add(Call("OnUserExit", usr_id, reason)); }
   void OnTryToReconnect() override { Add("OnTryToReconnect()"); }
   void OnConnectionLost() override { Add("OnConnectionLost()"); }
   void OnConnectionRecovery() override { Add("OnConnectionRecovery()"); }
   void OnLocalVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
                          int32_t video_type) override {
-    Add("OnLocalVideoFrame(" + Frame(usr_id, data, size, width, height, video_type) + ")");
+    Add(Call("OnLocalVideoFrame", usr_id, data ? "data" : nullptr, size, width, height, video_type));
   }
   void OnRemoteVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
                           int32_t video_type) override {
-    Add("OnRemoteVideoFrame(" + Frame(usr_id, data, size, width, height, video_type) + ")");
+    Add(Call("OnRemoteVideoFrame", usr_id, data ? "data" : nullptr, size, width, height, video_type));
   }
   void OnDeviceChanged(int32_t kind) override {
     if (on_device_changed) on_device_changed(kind);
-    Add("OnDeviceChanged(" + std::to_string(kind) + ")");
+    Add(Call("OnDeviceChanged", kind));
   }
-  void OnUserVideoAvailable(const char* usr_id, bool available) override {
-    Add("OnUserVideoAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  void OnUserVideoAvailable(const char* usr_id, bool on) override {
+    Add(Call("OnUserVideoAvailable", usr_id, on));
   }
-  void OnUserSubStreamAvailable(const char* usr_id, bool available) override {
-    Add("OnUserSubStreamAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  void OnUserSubStreamAvailable(const char* usr_id, bool on) override {
+    Add(Call("OnUserSubStreamAvailable", usr_id, on));
   }
-  void OnUserAudioAvailable(const char* usr_id, bool available) override {
-    Add("OnUserAudioAvailable(" + S(usr_id) + "," + std::to_string(available) + ")");
+  void OnUserAudioAvailable(const char* usr_id, bool on) override {
+    Add(Call("OnUserAudioAvailable", usr_id, on));
   }
   void OnUserVoiceVolume(const VolumeRecord* volumes, uint32_t count) override {
     std::string text = "OnUserVoiceVolume(";
@@ -71,23 +79,20 @@ class RecordingEvents : public RTCEngineEvent {
     }
     Add(text + ")");
   }
-  void OnMicTestVolume(int32_t volume) override { Add("OnMicTestVolume(" + std::to_string(volume) + ")"); }
+  void OnMicTestVolume(int32_t volume) override { Add(Call("OnMicTestVolume", volume)); }
   void OnStatistics(const EngineStatistics* s) override {
-    std::string text = "OnStatistics(rtt=" + std::to_string(s->rtt) +
-                       ",quality=" + std::to_string(s->quality) + ",send=" + std::to_string(s->send_rate) +
-                       ",recv=" + std::to_string(s->recv_rate) + ",loss=" + std::to_string(s->up_loss) + "/" +
-                       std::to_string(s->down_loss) + ",cpu=" + std::to_string(s->app_cpu) + "/" +
-                       std::to_string(s->system_cpu) + ",tenth=" + std::to_string(s->reserved) + ",remotes=";
+    std::string text = "OnStatistics(rtt=" + Text(s->rtt) + ",quality=" + Text(s->quality) +
+                       ",send=" + Text(s->send_rate) + ",recv=" + Text(s->recv_rate) +
+                       ",loss=" + Text(s->up_loss) + "/" + Text(s->down_loss) + ",cpu=" + Text(s->app_cpu) +
+                       "/" + Text(s->system_cpu) + ",tenth=" + Text(s->reserved) + ",remotes=";
     if (!s->remotes) text += "null";
     for (int i = 0; s->remotes && i < remote_count_hint; ++i) {
-      text += (i ? ";" : "") + std::string(s->remotes[i].usr_id) + ":" +
-              std::to_string(s->remotes[i].final_loss) + ":" + std::to_string(s->remotes[i].video_type);
+      text += (i ? ";" : "") + std::string(s->remotes[i].usr_id) + ":" + Text(s->remotes[i].final_loss) +
+              ":" + Text(s->remotes[i].video_type);
     }
     Add(text + ")");
   }
-  void OnNetworkQuality(const int32_t* status) override {
-    Add("OnNetworkQuality(" + std::to_string(*status) + ")");
-  }
+  void OnNetworkQuality(const int32_t* status) override { Add(Call("OnNetworkQuality", *status)); }
 
   std::vector<Event> Events() {
     std::lock_guard<std::mutex> guard(mutex_);
@@ -125,12 +130,6 @@ class RecordingEvents : public RTCEngineEvent {
   int remote_count_hint = 0;
 
  private:
-  static std::string S(const char* text) { return text ? text : "(null)"; }
-  static std::string Frame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
-                           int32_t video_type) {
-    return S(usr_id) + "," + (data ? "data" : "null") + "," + std::to_string(size) + "," +
-           std::to_string(width) + "," + std::to_string(height) + "," + std::to_string(video_type);
-  }
   void Add(const std::string& text) {
     {
       std::lock_guard<std::mutex> guard(mutex_);
