@@ -34,9 +34,6 @@ void DrainTaskThread(ImManager* manager, int quits_before) {
 
 TEST_F(ImManagerTest, FirstLoginSucceedsAndJoins) {
   LogInAndWaitForJoin();
-  std::vector<std::string> expected = kInitializeCalls;
-  expected.insert(expected.end(), {"TIMLogin", "TIMGroupJoin", "TIMAddRecvNewMsgCallback"});
-  EXPECT_EQ(imsdk_control::CallNames(), expected);
   const Call login = imsdk_control::Calls("TIMLogin")[0];
   EXPECT_EQ(login.arg(0), kUser);
   EXPECT_EQ(login.arg(1), kSign);

@@ -95,19 +95,15 @@ TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
   ImManager::DestroyImManagerInstance();
   std::atomic<bool> go{false};
   ImManager* seen[2] = {nullptr, nullptr};
-  std::thread a([&] {
-    while (!go) {
-    }
-    seen[0] = ImManager::GetImManagerInstance();
-  });
-  std::thread b([&] {
-    while (!go) {
-    }
-    seen[1] = ImManager::GetImManagerInstance();
-  });
+  std::thread threads[2];
+  for (int i = 0; i < 2; ++i) {
+    threads[i] = std::thread([&, i] {
+      while (!go) std::this_thread::yield();
+      seen[i] = ImManager::GetImManagerInstance();
+    });
+  }
   go = true;
-  a.join();
-  b.join();
+  for (std::thread& thread : threads) thread.join();
   EXPECT_NE(seen[0], nullptr);
   EXPECT_EQ(seen[0], seen[1]);
   EXPECT_EQ(ImManager::GetImManagerInstance(), seen[0]);
