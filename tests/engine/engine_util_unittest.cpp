@@ -25,11 +25,4 @@ TEST(CopyText, CutsWithANulAndNeverSplitsAUtf8Character) {
   }
 }
 
-TEST(FieldText, StopsAtTheFieldEnd) {
-  char field[4] = {'a', 'b', 'c', 'd'};
-  EXPECT_EQ(engine::FieldText(field, sizeof(field)), "abcd");
-  field[2] = '\0';
-  EXPECT_EQ(engine::FieldText(field, sizeof(field)), "ab");
-}
-
 }  // namespace
