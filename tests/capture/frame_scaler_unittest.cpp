@@ -40,20 +40,20 @@ Rgb Grid(int x, int y, int w, int h) { return kCells[y * 2 / h][x * 4 / w]; }
 Rgb Gradient(int x, int y, int, int) { return {(x * 7) & 255, (y * 5) & 255, ((x + y) * 3) & 255}; }
 Rgb White(int, int, int, int) { return {255, 255, 255}; }
 
-// A packed BGRA picture.
+// A BGRA picture with black padding behind each line.
 struct Bgra {
   Bgra(int w, int h, Rgb (*colour)(int, int, int, int))
-      : width(w), height(h), pixels(static_cast<size_t>(w) * h * 4) {
+      : width(w), height(h), stride(w * 4 + 64), pixels(static_cast<size_t>(stride) * h) {
     for (int y = 0; y < h; ++y) {
       for (int x = 0; x < w; ++x) {
         const Rgb c = colour(x, y, w, h);
-        uint8_t* p = &pixels[(static_cast<size_t>(y) * w + x) * 4];
+        uint8_t* p = &pixels[static_cast<size_t>(y) * stride + x * 4];
         p[0] = static_cast<uint8_t>(c.b), p[1] = static_cast<uint8_t>(c.g), p[2] = static_cast<uint8_t>(c.r);
         p[3] = 255;
       }
     }
   }
-  int width, height;
+  int width, height, stride;
   std::vector<uint8_t> pixels;
 };
 
@@ -74,7 +74,7 @@ struct Planes {
 void Scale(FrameScaler& scaler, Planes& t, const Bgra& source, int mode = kFit,
            int format = AV_PIX_FMT_BGRA) {
   scaler.Scale(t.data[0].data(), t.stride[0], t.data[1].data(), t.stride[1], t.data[2].data(), t.stride[2],
-               t.width, t.height, source.pixels.data(), source.width * 4, source.width, source.height, format,
+               t.width, t.height, source.pixels.data(), source.stride, source.width, source.height, format,
                mode);
 }
 
@@ -191,6 +191,7 @@ const FitCase kFitCases[] = {
     {1000, 201, 1920, 385, 0, 347},                    // odd vertical offset
     {1001, 1000, 1081, 1080, 419, 0},                  // odd width: chroma rounds up
     {64, 64, 51, 51, 25, 0, 0, 101, 51},               // odd target; mode 0 fits too
+    {64, 64, 64, 64, 0, 0, kFit, 65, 64},              // bars of one byte between the lines
     {300, 100, 64, 21, 0, 21, kFit, 64, 64, 80, 48}};  // line sizes beyond the lines: painted too
 INSTANTIATE_TEST_SUITE_P(Fit, FrameScalerPicture, ::testing::ValuesIn(kFitCases));
 INSTANTIATE_TEST_SUITE_P(Stretch, FrameScalerPicture,
@@ -202,25 +203,27 @@ INSTANTIATE_TEST_SUITE_P(Fit, FrameScalerPlace, ::testing::ValuesIn(kFitCases));
 // one allocates nothing (calls counted in this program, avutil and swscale).
 TEST(FrameScalerRebuild, OnlyOnChangeAndSteadyFramesAllocateNothing) {
   bench::InstallAllocationHooks();
-  const Bgra full(1920, 1080, Gradient), small(1280, 1024, Gradient), vga(640, 480, Gradient);
-  Planes big(1920, 1080), half(960, 540);
+  const Bgra full(1920, 1080, Gradient), wide(1280, 1080, Gradient), small(1280, 1024, Gradient);
+  Planes big(1920, 1080), narrow(960, 1080), half(960, 540);
   struct Step {
     const Bgra* source;
     Planes* target;
     int format, mode, rebuilds, fitted_width;
   };
   const int bgra = AV_PIX_FMT_BGRA, rgba = AV_PIX_FMT_RGBA;
-  const Step steps[] = {{&full, &big, bgra, kFit, 1, 1920},       // the first frame
-                        {&full, &big, bgra, kFit, 1, 1920},       // steady
-                        {&small, &big, bgra, kFit, 2, 1350},      // source size
-                        {&small, &big, bgra, kFit, 2, 1350},      // steady
-                        {&small, &big, rgba, kFit, 3, 1350},      // format alone
-                        {&small, &big, rgba, 0, 4, 1350},         // mode 0 fits like 2, yet is another mode
-                        {&small, &big, rgba, kStretch, 5, 1920},  // mode 1
-                        {&small, &big, rgba, kStretch, 5, 1920},  // steady
-                        {&vga, &half, rgba, kStretch, 6, 960},    // target size
-                        {&vga, &half, rgba, kFit, 7, 720},        // mode 2 again
-                        {&vga, &half, rgba, kFit, 7, 720}};       // steady
+  const Step steps[] = {{&full, &big, bgra, kFit, 1, 1920},         // the first frame
+                        {&full, &big, bgra, kFit, 1, 1920},         // steady
+                        {&wide, &big, bgra, kFit, 2, 1280},         // source width alone
+                        {&wide, &big, bgra, kFit, 2, 1280},         // steady
+                        {&small, &big, bgra, kFit, 3, 1350},        // source height alone
+                        {&small, &big, rgba, kFit, 4, 1350},        // format alone
+                        {&small, &big, rgba, 0, 5, 1350},           // mode 0 fits like 2, yet is another mode
+                        {&small, &big, rgba, kStretch, 6, 1920},    // mode 1
+                        {&small, &big, rgba, kStretch, 6, 1920},    // steady
+                        {&small, &narrow, rgba, kStretch, 7, 960},  // target width alone
+                        {&small, &half, rgba, kStretch, 8, 960},    // target height alone
+                        {&small, &half, rgba, kFit, 9, 675},        // mode 2 again
+                        {&small, &half, rgba, kFit, 9, 675}};       // steady
   FrameScaler scaler;
   int rebuilds = 0;
   for (size_t i = 0; i < sizeof(steps) / sizeof(steps[0]); ++i) {
@@ -263,7 +266,7 @@ TEST(FrameScalerFailure, BadValuesLeaveTheTargetUntouched) {
   FrameScaler scaler;
   auto scale = [&](int width, int source_width, int source_height, const uint8_t* source, int format) {
     scaler.Scale(target.data[0].data(), 64, target.data[1].data(), 32, target.data[2].data(), 32, width, 48,
-                 source, white.width * 4, source_width, source_height, format, kFit);
+                 source, white.stride, source_width, source_height, format, kFit);
   };
   for (const Call& c : calls) {
     scale(c.width, c.source_width, c.source_height, c.source ? white.pixels.data() : nullptr, c.format);
