@@ -88,10 +88,6 @@ struct State {
 
   std::mutex pull_lock;
   std::vector<char> pull_buffer;
-  uint32_t pulled_frames = 0;
-  bool has_last = false;
-  TRTCVideoFrame last_frame = {};
-  std::vector<char> last_bytes;
 };
 
 // A host running against the stand-in alone (the demo) can ask for a few
@@ -238,14 +234,9 @@ DWORD WINAPI PullThread(LPVOID) {
     WaitForSingleObject(s.pull_wake, 1000 / rate);
     std::lock_guard<std::mutex> pull_guard(s.pull_lock);
     if (s.pull_buffer.size() < kPullBufferSize) s.pull_buffer.resize(kPullBufferSize);
+    // What comes out goes nowhere: a transport would send it on.
     TRTCVideoFrame frame;
-    int32_t result = Pull(s.pull_buffer.data(), kPullBufferSize, &frame);
-    if (result > 0) {
-      ++s.pulled_frames;
-      s.has_last = true;
-      s.last_frame = frame;
-      s.last_bytes.assign(frame.data, frame.data + std::min(frame.length, kPullBufferSize));
-    }
+    Pull(s.pull_buffer.data(), kPullBufferSize, &frame);
   }
 }
 
@@ -662,23 +653,6 @@ void LiteavSetPullRate(uint32_t fps) {
 int32_t LiteavPullVideoFrame(void* buffer, uint32_t capacity, TRTCVideoFrame* frame) {
   std::lock_guard<std::mutex> pull_guard(S().pull_lock);
   return Pull(buffer, capacity, frame);
-}
-
-uint32_t LiteavPulledFrameCount() {
-  std::lock_guard<std::mutex> pull_guard(S().pull_lock);
-  return S().pulled_frames;
-}
-
-bool LiteavLastPulledFrame(TRTCVideoFrame* frame, void* bytes, uint32_t size) {
-  State& s = S();
-  std::lock_guard<std::mutex> pull_guard(s.pull_lock);
-  if (!s.has_last) return false;
-  if (frame) {
-    *frame = s.last_frame;
-    frame->data = nullptr;
-  }
-  if (bytes) memcpy(bytes, s.last_bytes.data(), std::min<size_t>(size, s.last_bytes.size()));
-  return true;
 }
 
 bool LiteavHasSource() {

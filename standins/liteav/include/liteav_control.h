@@ -66,10 +66,6 @@ LITEAV_API void LiteavSetPullRate(uint32_t fps);
 // buffer: `frame` is set up with `buffer`/`capacity` and handed to
 // onPullVideo; returns its result, or LiteavNoSource when no source is set.
 LITEAV_API int32_t LiteavPullVideoFrame(void* buffer, uint32_t capacity, TRTCVideoFrame* frame);
-// Pulls made by the rate thread that gave a picture, and the last of them
-// (its timestamp and its first bytes, up to `size`). False if none yet.
-LITEAV_API uint32_t LiteavPulledFrameCount();
-LITEAV_API bool LiteavLastPulledFrame(TRTCVideoFrame* frame, void* bytes, uint32_t size);
 // True while a source is set; how many sources told of their destruction.
 LITEAV_API bool LiteavHasSource();
 LITEAV_API int LiteavDestroyedSourceCount();
