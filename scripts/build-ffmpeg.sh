@@ -1,25 +1,13 @@
 #!/usr/bin/env bash
 # Cross-builds FFmpeg's libavutil, libswscale and libswresample from Debian's
-# source package for i686-w64-mingw32. The result is cached under
-# $1/ffmpeg-<version>; a cached build is reused.
+# source package for i686-w64-mingw32: shared DLLs with x86 asm, Windows
+# threads and a static runtime, so that they import only system DLLs.
+# Cached under $1/ffmpeg-<version>-w32threads-static; a cached build is reused.
 set -euo pipefail
-cache=$1
-version=$(apt-cache showsrc ffmpeg 2>/dev/null | awk '/^Version:/ && !v {v=$2} END {print v}')
-[ -n "$version" ] || { echo "no source package for ffmpeg (deb-src missing?)" >&2; exit 1; }
-prefix="$cache/ffmpeg-${version//[:~]/_}-w32threads-static"
-if [ -f "$prefix/.complete" ]; then
-  echo "[ffmpeg] cached: $prefix"
-  ln -sfn "$prefix" "$cache/ffmpeg"
-  exit 0
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-echo "[ffmpeg] fetching source $version"
-apt-get source --download-only -q ffmpeg >/dev/null
-tar xf "$(ls ffmpeg_*.orig.tar.* | grep -v "\.asc$" | head -1)"
-dir=$(find . -maxdepth 1 -type d -name 'ffmpeg*' | head -1)
-cd "$dir"
+here=$(cd "$(dirname "$0")/.." && pwd)
+source "$here/scripts/source-package.sh"
+prepare_source_package ffmpeg "$1" -w32threads-static
+cd "$srcdir"
 echo "[ffmpeg] configuring"
 ./configure --prefix="$prefix" --target-os=mingw32 --arch=x86 --cross-prefix=i686-w64-mingw32- \
   --enable-shared --disable-static --disable-everything --disable-programs --disable-doc \
@@ -29,6 +17,4 @@ echo "[ffmpeg] configuring"
 echo "[ffmpeg] building"
 make -j"$(nproc)" >build.log 2>&1 || { tail -40 build.log >&2; exit 1; }
 make install >/dev/null 2>&1
-touch "$prefix/.complete"
-ln -sfn "$prefix" "$cache/ffmpeg"
-echo "[ffmpeg] installed to $prefix"
+finish_source_package ffmpeg "$1"
