@@ -5,7 +5,7 @@ set -euo pipefail
 dll=$1
 objdump=${OBJDUMP:-i686-w64-mingw32-objdump}
 fail=0
-file "$dll" | grep -q "PE32 executable (DLL).*Intel 80386" || { echo "not a PE32 i386 DLL: $(file "$dll")"; fail=1; }
+[[ "$(file "$dll")" == *"PE32 executable (DLL)"*"Intel 80386"* ]] || { echo "not a PE32 i386 DLL: $(file "$dll")"; fail=1; }
 
 imports=$("$objdump" -p "$dll" | awk '/DLL Name:/{print $3}')
 echo "imports: $(echo $imports)"
@@ -21,7 +21,7 @@ for symbol in TimeNanoseconds TimeMicroseconds TimeMilliseconds SleepAccurate Ge
   CreaeRTCEngine ReleaseRTCEngine FreeDeviceRecords 9ImManager20GetImManagerInstance \
   9ImManager24DestroyImManagerInstance InitBitMapInfo InitBitMapInfoHeader 8DibImage4Save \
   ${EXTRA_EXPORTS:-}; do
-  echo "$exports" | grep -q "$symbol" || { echo "missing export: $symbol"; fail=1; }
+  grep -q "$symbol" <<<"$exports" || { echo "missing export: $symbol"; fail=1; }
 done
 [ $fail -eq 0 ] && echo "roomcore.dll tables OK"
 exit $fail
