@@ -1,6 +1,8 @@
 // The desktop stream as a host and the SDK drive it: RTCEngine::PushDesktopFrame
 // of a 1080p I420 picture, then one synchronous pull through the TRTC
 // stand-in, which hands its own buffer to the data source's onPullVideo.
+// The argument is the number of pushes a pull: 1 while the SDK keeps up, 2
+// when it pulls at half the capture rate and the queue drops.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -52,7 +54,9 @@ void BM_PushDesktopFrameAndPull(benchmark::State& state) {
   bool all_pulled = true;
   for (auto _ : state) {
     const int64_t before = bench::AllocationCount();
-    engine->PushDesktopFrame(picture.data(), static_cast<int32_t>(kFrameBytes), kWidth, kHeight, ++pts);
+    for (int64_t i = 0; i < state.range(0); ++i) {
+      engine->PushDesktopFrame(picture.data(), static_cast<int32_t>(kFrameBytes), kWidth, kHeight, ++pts);
+    }
     TRTCVideoFrame frame;
     const int32_t pulled =
         LiteavPullVideoFrame(sdk_buffer.data(), static_cast<uint32_t>(sdk_buffer.size()), &frame);
@@ -72,6 +76,8 @@ void BM_PushDesktopFrameAndPull(benchmark::State& state) {
 }
 
 BENCHMARK(BM_PushDesktopFrameAndPull)
+    ->Arg(1)
+    ->Arg(2)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime()
     ->MinTime(0.5)

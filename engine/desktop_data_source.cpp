@@ -15,6 +15,7 @@ DesktopDataSource::~DesktopDataSource() {
   queue_ = nullptr;
   queue->Clear();
   delete queue;
+  FreeI420Frame(spare_.exchange(nullptr));
 }
 
 bool DesktopDataSource::Enable() {
@@ -26,13 +27,27 @@ bool DesktopDataSource::Enable() {
 bool DesktopDataSource::Disable() {
   enabled_ = false;
   queue_->Clear();
+  // Nothing streams until the next Enable: give the spare's memory back.
+  FreeI420Frame(spare_.exchange(nullptr));
   return true;
 }
+
+I420Frame* DesktopDataSource::TakeSpare(int32_t width, int32_t height) {
+  I420Frame* frame = spare_.exchange(nullptr);
+  if (frame && (frame->width != width || frame->height != height)) {
+    FreeI420Frame(frame);
+    frame = nullptr;
+  }
+  return frame;
+}
+
+void DesktopDataSource::KeepSpare(I420Frame* frame) { FreeI420Frame(spare_.exchange(frame)); }
 
 void DesktopDataSource::PushFrame(const void* data, int32_t /*size*/, int32_t width, int32_t height,
                                   int64_t pts) {
   if (!enabled_ || !data || width <= 0 || height <= 0) return;
-  I420Frame* frame = CreateI420Frame(width, height, false, 0);
+  I420Frame* frame = TakeSpare(width, height);
+  if (!frame) frame = CreateI420Frame(width, height, false, 0);
   if (!frame) return;
   memcpy(frame->data, data, frame->size);
   frame->timestamp = pts;
@@ -54,7 +69,7 @@ int32_t DesktopDataSource::onPullVideo(TRTCVideoFrame* out) {
     out->length = 0;  // nowhere to put it: the picture is dropped
   }
   out->timestamp = static_cast<uint64_t>(frame->timestamp);
-  FreeI420Frame(frame);
+  KeepSpare(frame);
   return static_cast<int32_t>(out->length);
 }
 

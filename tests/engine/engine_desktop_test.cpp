@@ -47,13 +47,17 @@ TEST_F(EngineDesktop, TheSwitchRegistersTheSourceAndPushesCountOnlyWhileOn) {
 
 TEST_F(EngineDesktop, APushedPictureComesOutByteForByteWithItsPts) {
   engine_->EnableCaptureDesktopVideo(true);
-  // Full HD, and an odd size whose stated length (999999) is not believed.
+  // Full HD twice (the second lands in the frame the first pull gave back),
+  // then an odd size whose stated length (999999) is not believed, then a
+  // size the kept frame doesn't fit.
   struct Case {
     int width, height, length;
     uint64_t pts;
-  } cases[] = {{1920, 1080, 0, 0x123456789AULL}, {5, 3, 999999, 9}};
+    uint32_t seed;
+  } cases[] = {
+      {1920, 1080, 0, 0x123456789AULL, 7}, {1920, 1080, 0, 2, 8}, {5, 3, 999999, 9, 9}, {6, 2, 18, 10, 10}};
   for (const Case& c : cases) {
-    std::vector<uint8_t> picture = Picture(c.width, c.height, 7);
+    std::vector<uint8_t> picture = Picture(c.width, c.height, c.seed);
     ASSERT_TRUE(engine_->PushDesktopFrame(picture.data(), c.length, c.width, c.height, c.pts));
     TRTCVideoFrame frame;
     ASSERT_EQ(Pull(&frame), static_cast<int32_t>(picture.size()));
