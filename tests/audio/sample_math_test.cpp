@@ -9,17 +9,15 @@
 
 namespace {
 
-// 16-byte aligned storage with an optional offset of one float, to run the
-// same numbers through the block path and the per-sample path.
+// 16-byte aligned storage, or one float past it, to run the same numbers
+// through the block path and the per-sample path.
 class Samples {
  public:
-  Samples(const std::vector<float>& values, bool aligned) : storage_(values.size() + 8) {
-    uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data());
-    float* p = reinterpret_cast<float*>((base + 15) & ~uintptr_t(15));
-    if (!aligned) ++p;
-    data_ = p;
-    std::memcpy(data_, values.data(), values.size() * sizeof(float));
-    size_ = values.size();
+  Samples(const std::vector<float>& values, bool aligned)
+      : storage_(values.size() + 8), size_(values.size()) {
+    const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data());
+    data_ = reinterpret_cast<float*>((base + 15) & ~uintptr_t(15)) + (aligned ? 0 : 1);
+    std::memcpy(data_, values.data(), size_ * sizeof(float));
   }
   float* data() { return data_; }
   std::vector<float> values() const { return std::vector<float>(data_, data_ + size_); }
@@ -37,45 +35,32 @@ std::vector<float> Mix(std::vector<float> dst, std::vector<float>& src, bool dow
   return d.values();
 }
 
-TEST(MixAudio, ClipsHard) {
-  for (bool aligned : {true, false}) {
-    std::vector<float> src = {0.5f, -0.5f, 0.25f, 0.5f};
-    EXPECT_EQ(Mix({0.75f, -0.75f, 0.75f, 0.25f}, src, false, aligned),
-              (std::vector<float>{1.0f, -1.0f, 1.0f, 0.75f}));
+TEST(MixAudio, AddsClipsAndDownmixesSourcePairsInPlace) {
+  const struct {
+    std::vector<float> dst, src;
+    bool downmix;
+    std::vector<float> want_dst, want_src;
+  } cases[] = {
+      {{0.75f, -0.75f, 0.75f, 0.25f}, {0.5f, -0.5f, 0.25f, 0.5f}, false, {1, -1, 1, 0.75f}, {}},  // clips
+      {{0, 0, 0, 0, 0, 0}, {1, 0, -1, 0.5f, 0.3f, 0.1f}, false, {1, 0, -1, 0.5f, 0.3f, 0.1f}, {}},
+      {{0, 0, 0, 0}, {1, 0, -1, 0.5f}, true, {0.5f, 0.5f, -0.25f, -0.25f}, {0.5f, 0.5f, -0.25f, -0.25f}},
+      // six samples: one block of four and a tail of one pair
+      {{0, 0, 0, 0, 0, 0},
+       {0.25f, 0.75f, 0.5f, 1, -0.5f, 1},
+       true,
+       {0.5f, 0.5f, 0.75f, 0.75f, 0.25f, 0.25f},
+       {0.5f, 0.5f, 0.75f, 0.75f, 0.25f, 0.25f}},
+  };
+  for (const auto& c : cases) {
+    for (bool aligned : {true, false}) {
+      std::vector<float> src = c.src;
+      EXPECT_EQ(Mix(c.dst, src, c.downmix, aligned), c.want_dst) << aligned;
+      EXPECT_EQ(src, c.downmix ? c.want_src : c.src) << aligned;  // untouched without downmix
+    }
   }
-}
-
-TEST(MixAudio, CountZeroChangesNothing) {
   float dst = 0.5f, src = 0.25f;
   MixAudio(&dst, &src, 0, true);
-  EXPECT_EQ(dst, 0.5f);
-  EXPECT_EQ(src, 0.25f);
-}
-
-TEST(MixAudio, DownmixFoldsSourcePairsInPlace) {
-  for (bool aligned : {true, false}) {
-    std::vector<float> src = {1.0f, 0.0f, -1.0f, 0.5f};
-    std::vector<float> dst = Mix({0, 0, 0, 0}, src, true, aligned);
-    EXPECT_EQ(src, (std::vector<float>{0.5f, 0.5f, -0.25f, -0.25f})) << aligned;
-    EXPECT_EQ(dst, src);
-  }
-}
-
-TEST(MixAudio, WithoutDownmixSourceIsUntouched) {
-  std::vector<float> src = {1.0f, 0.0f, -1.0f, 0.5f, 0.3f, 0.1f};
-  const std::vector<float> before = src;
-  Mix({0, 0, 0, 0, 0, 0}, src, false, true);
-  EXPECT_EQ(src, before);
-}
-
-TEST(MixAudio, DownmixTailAfterTheBlocks) {
-  // Six samples: one block of four and a tail of one pair.
-  for (bool aligned : {true, false}) {
-    std::vector<float> src = {0.2f, 0.4f, 0.6f, 0.8f, -0.2f, 1.0f};
-    Mix({0, 0, 0, 0, 0, 0}, src, true, aligned);
-    EXPECT_FLOAT_EQ(src[4], 0.4f);
-    EXPECT_FLOAT_EQ(src[5], 0.4f);
-  }
+  EXPECT_TRUE(dst == 0.5f && src == 0.25f);
 }
 
 TEST(MixAudio, AlignedAndUnalignedGiveIdenticalNumbers) {
@@ -103,7 +88,7 @@ TEST(MultiplyAudio, AppliesGainWithoutClipping) {
     MultiplyAudio(s.data(), 6, 2.0f);
     EXPECT_EQ(s.values(), (std::vector<float>{1.5f, -1.0f, 0.5f, 2.0f, 1.0f, -2.0f}));
     MultiplyAudio(s.data(), 6, 0.0f);
-    for (float v : s.values()) EXPECT_EQ(v, 0.0f);
+    EXPECT_EQ(s.values(), std::vector<float>(6, 0.0f));
   }
   float one = 0.3f;
   MultiplyAudio(&one, 0, 5.0f);

@@ -12,117 +12,91 @@ namespace {
 DWORD g_tick = 0;
 std::vector<DWORD> g_sleeps;
 // How far the tick moves during Sleep(n): n * num / den (early or late wake).
-DWORD g_sleep_num = 1;
-DWORD g_sleep_den = 1;
+DWORD g_sleep_num = 1, g_sleep_den = 1;
 
 DWORD WINAPI FakeTimeGetTime() { return g_tick; }
 VOID WINAPI FakeSleep(DWORD ms) {
   g_sleeps.push_back(ms);
-  DWORD advance = ms * g_sleep_num / g_sleep_den;
+  const DWORD advance = ms * g_sleep_num / g_sleep_den;
   g_tick += advance > 0 ? advance : 1;
 }
-
 const base::ClockPlatform kFake = {&FakeTimeGetTime, &FakeSleep};
-
-class ClockTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    g_tick = 0;
-    g_sleeps.clear();
-    g_sleep_num = g_sleep_den = 1;
-    base::SetClockPlatformForTesting(&kFake);
-  }
-  void TearDown() override { base::SetClockPlatformForTesting(nullptr); }
-
-  static int64_t At(DWORD tick) {
-    g_tick = tick;
-    return TimeNanoseconds();
-  }
-};
 
 constexpr int64_t kMs = 1000000;
 constexpr int64_t kWrap = 4294967296LL;
 
-TEST_F(ClockTest, FirstReadingIsNeverAWrap) {
-  EXPECT_EQ(At(5), 5 * kMs);
-  EXPECT_EQ(At(0x00000010), 16 * kMs);
+class ClockTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Reset(); }
+  void TearDown() override { base::SetClockPlatformForTesting(nullptr); }
+  static void Reset() {
+    g_tick = 0;
+    g_sleeps.clear();
+    g_sleep_num = g_sleep_den = 1;
+    base::SetClockPlatformForTesting(&kFake);  // also forgets the last tick and the wraps
+  }
+};
+
+// Each run of readings starts afresh; the last reading is checked.
+TEST_F(ClockTest, WrapDetection) {
+  const struct {
+    std::vector<DWORD> ticks;
+    int64_t last_ms;
+  } cases[] = {
+      {{5}, 5},                                 // the first reading is never a wrap
+      {{0x00000010}, 16},                       //
+      {{0xFFFFFFF0u, 0x10}, kWrap + 16},        // a wrap near the top counts once
+      {{0xFFFFFFF0u, 0x10, 0x20}, kWrap + 32},  // and keeps growing
+      {{0xFFFFFFF0u, 0x10, 0x10000000}, kWrap + 0x10000000LL},
+      {{0xF0000000u, 5}, 5},                              // previous exactly 0xF0000000: no wrap
+      {{0xFFFFFFF0u, 0x0FFFFFFF}, 0x0FFFFFFF},            // now exactly 0x0FFFFFFF: no wrap
+      {{0xFFFFFFF0u, 0x0FFFFFFE}, kWrap + 0x0FFFFFFE},    // one below is
+      {{1000, 999}, 999},                                 // a small step back shows
+      {{1000, 999, 1000}, 1000},                          //
+      {{0xFFFFFFFFu, 1, 0xFFFFFFFFu, 2}, 2 * kWrap + 2},  // a second wrap adds another period
+  };
+  for (const auto& c : cases) {
+    Reset();
+    int64_t ns = 0;
+    for (DWORD tick : c.ticks) {
+      g_tick = tick;
+      ns = TimeNanoseconds();
+    }
+    EXPECT_EQ(ns, c.last_ms * kMs) << std::hex << c.ticks.front() << ".." << c.ticks.back();
+  }
+  Reset();
+  for (DWORD tick : {1234u, 1235u}) {
+    g_tick = tick;
+    EXPECT_EQ(TimeMicroseconds(), tick * 1000LL);
+    EXPECT_EQ(TimeMilliseconds(), tick);
+  }
 }
 
-TEST_F(ClockTest, WrapNearTheTopCountsOnceAndKeepsGrowing) {
-  At(0xFFFFFFF0u);
-  EXPECT_EQ(At(0x00000010), (kWrap + 16) * kMs);
-  EXPECT_EQ(At(0x00000020), (kWrap + 32) * kMs);
-  EXPECT_EQ(At(0x10000000), (kWrap + 0x10000000LL) * kMs);
-}
-
-TEST_F(ClockTest, BoundariesAreStrict) {
-  At(0xF0000000u);
-  EXPECT_EQ(At(5), 5 * kMs) << "previous exactly 0xF0000000 is no wrap";
-  At(0xFFFFFFF0u);
-  EXPECT_EQ(At(0x0FFFFFFF), 0x0FFFFFFFLL * kMs) << "now exactly 0x0FFFFFFF is no wrap";
-  At(0xFFFFFFF0u);
-  EXPECT_EQ(At(0x0FFFFFFE), (kWrap + 0x0FFFFFFELL) * kMs) << "one below is";
-}
-
-TEST_F(ClockTest, SmallBackwardStepShowsInTheResult) {
-  At(1000);
-  EXPECT_EQ(At(999), 999 * kMs);
-  EXPECT_EQ(At(1000), 1000 * kMs);
-}
-
-TEST_F(ClockTest, SecondWrapAddsAnotherPeriod) {
-  At(0xFFFFFFFFu);
-  At(1);
-  At(0xFFFFFFFFu);
-  EXPECT_EQ(At(2), (2 * kWrap + 2) * kMs);
-}
-
-TEST_F(ClockTest, MicroAndMillisecondsStepTogetherWithTheTick) {
-  g_tick = 1234;
-  EXPECT_EQ(TimeMicroseconds(), 1234000);
-  EXPECT_EQ(TimeMilliseconds(), 1234);
-  g_tick = 1235;
-  EXPECT_EQ(TimeMicroseconds(), 1235000);
-  EXPECT_EQ(TimeMilliseconds(), 1235);
-}
-
-TEST_F(ClockTest, SleepOfZeroOrLessNeverSleeps) {
-  g_tick = 100;
-  SleepAccurate(0);
-  SleepAccurate(-5);
-  SleepAccurate(-2147483647 - 1);
-  EXPECT_TRUE(g_sleeps.empty());
-}
-
-TEST_F(ClockTest, SleepOnTimeIsOneCall) {
-  g_tick = 100;
-  SleepAccurate(5);
-  EXPECT_EQ(g_sleeps, std::vector<DWORD>({5}));
-  EXPECT_EQ(g_tick, 105u);
-}
-
-TEST_F(ClockTest, EarlyWakeSleepsAgainForWhatIsLeft) {
-  g_tick = 100;
-  g_sleep_num = 1;
-  g_sleep_den = 2;  // wakes after half the time
-  SleepAccurate(20);
-  EXPECT_EQ(g_sleeps, std::vector<DWORD>({20, 10, 5, 3, 2, 1}));
-  EXPECT_EQ(g_tick, 120u);
-}
-
-TEST_F(ClockTest, LateWakeReturnsLate) {
-  g_tick = 100;
-  g_sleep_num = 3;  // wakes after three times the time
-  SleepAccurate(4);
-  EXPECT_EQ(g_sleeps, std::vector<DWORD>({4}));
-  EXPECT_EQ(g_tick, 112u);
-}
-
-TEST_F(ClockTest, SleepAcrossTheWrap) {
-  g_tick = 0xFFFFFFFEu;
-  SleepAccurate(4);
-  EXPECT_EQ(g_sleeps, std::vector<DWORD>({4}));
-  EXPECT_EQ(TimeNanoseconds(), (kWrap + 2) * kMs);
+TEST_F(ClockTest, SleepAccurateLoop) {
+  const struct {
+    int ms;
+    DWORD start, num, den;
+    std::vector<DWORD> sleeps;
+    DWORD end;
+  } cases[] = {
+      {0, 100, 1, 1, {}, 100},  // zero or less never sleeps
+      {-5, 100, 1, 1, {}, 100},
+      {-2147483647 - 1, 100, 1, 1, {}, 100},
+      {5, 100, 1, 1, {5}, 105},                    // on time: one call
+      {20, 100, 1, 2, {20, 10, 5, 3, 2, 1}, 120},  // early wake: again for what is left
+      {4, 100, 3, 1, {4}, 112},                    // late wake: returns late
+      {4, 0xFFFFFFFEu, 1, 1, {4}, 2},              // across the wrap
+  };
+  for (const auto& c : cases) {
+    Reset();
+    g_tick = c.start;
+    g_sleep_num = c.num;
+    g_sleep_den = c.den;
+    SleepAccurate(c.ms);
+    EXPECT_EQ(g_sleeps, c.sleeps) << c.ms;
+    EXPECT_EQ(g_tick, c.end) << c.ms;
+  }
+  EXPECT_EQ(TimeNanoseconds(), (kWrap + 2) * kMs);  // the last sleep crossed the wrap
 }
 
 }  // namespace

@@ -11,27 +11,19 @@
 
 namespace {
 
-TEST(LogBridge, InfoFormatsWideTextAndNumbers) {
+TEST(LogBridge, FormatsWideTextAndNumbersAndTagsTheSdkBridges) {
   testing_support::LogCapture log;
   Util::Log::Info(L"RTCEngineImpl", L"EnableCaptureSystemAudio:%d", 1);
   Util::Log::Info(L"ImManagerImpl", L"user %s in %s", L"alice", L"\x4E2D");
   Util::Log::Info(L"X", L"%I64d %u", static_cast<long long>(1) << 40, 4000000000u);
+  const std::wstring long_text(10000, L'x');
+  Util::Log::Info(L"X", L"<%s>", long_text.c_str());
+  Util::Log::DoTrtcLog(L"trtc line");
+  Util::Log::DoTimLog(L"tim line");
   EXPECT_EQ(log.Messages(L"RTCEngineImpl"), std::vector<std::wstring>{L"EnableCaptureSystemAudio:1"});
   EXPECT_TRUE(log.Contains(L"user alice in \x4E2D", L"ImManagerImpl"));
   EXPECT_TRUE(log.Contains(L"1099511627776 4000000000", L"X"));
-}
-
-TEST(LogBridge, LongLinesAreKeptWhole) {
-  testing_support::LogCapture log;
-  std::wstring long_text(10000, L'x');
-  Util::Log::Info(L"X", L"<%s>", long_text.c_str());
   EXPECT_TRUE(log.Contains(L"<" + long_text + L">"));
-}
-
-TEST(LogBridge, SdkBridgesAreTagged) {
-  testing_support::LogCapture log;
-  Util::Log::DoTrtcLog(L"trtc line");
-  Util::Log::DoTimLog(L"tim line");
   EXPECT_TRUE(log.Contains(L"trtc line", L"TRTC"));
   EXPECT_TRUE(log.Contains(L"tim line", L"TIM"));
 }

@@ -6,30 +6,16 @@
 
 namespace {
 
-TEST(SystemInfo, VersionClassTable) {
-  EXPECT_EQ(VersionFromNumbers(4, 0), 0);
-  EXPECT_EQ(VersionFromNumbers(5, 0), 0);
-  EXPECT_EQ(VersionFromNumbers(5, 1), 1);
-  EXPECT_EQ(VersionFromNumbers(5, 2), 2);
-  EXPECT_EQ(VersionFromNumbers(5, 3), 2);
-  EXPECT_EQ(VersionFromNumbers(6, 0), 3);
-  EXPECT_EQ(VersionFromNumbers(6, 1), 4);
-  EXPECT_EQ(VersionFromNumbers(6, 2), 5);
-  EXPECT_EQ(VersionFromNumbers(6, 3), 6);
-  EXPECT_EQ(VersionFromNumbers(6, 4), 6);
-  EXPECT_EQ(VersionFromNumbers(7, 0), 8);
-  EXPECT_EQ(VersionFromNumbers(9, 9), 8);
-  EXPECT_EQ(VersionFromNumbers(10, 0), 7);
-  EXPECT_EQ(VersionFromNumbers(11, 0), 8);
-}
-
-TEST(SystemInfo, EditionFromProductType) {
+TEST(SystemInfo, VersionAndEditionTables) {
+  const int versions[][3] = {{4, 0, 0}, {5, 0, 0}, {5, 1, 1}, {5, 2, 2}, {5, 3, 2}, {6, 0, 3},  {6, 1, 4},
+                             {6, 2, 5}, {6, 3, 6}, {6, 4, 6}, {7, 0, 8}, {9, 9, 8}, {10, 0, 7}, {11, 0, 8}};
+  for (const auto& v : versions) EXPECT_EQ(VersionFromNumbers(v[0], v[1]), v[2]) << v[0] << "." << v[1];
   for (unsigned long t : {1ul, 4ul, 6ul, 48ul})
-    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionProfessional);
+    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionProfessional) << t;
   for (unsigned long t : {7ul, 8ul, 9ul, 10ul, 12ul, 13ul, 14ul, 15ul, 17ul, 18ul, 25ul})
     EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionServer) << t;
   for (unsigned long t : {0ul, 2ul, 3ul, 5ul, 11ul, 16ul, 101ul})
-    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionHome);
+    EXPECT_EQ(EditionFromProductType(t), SystemInfo::EditionHome) << t;
 }
 
 TEST(SystemInfo, OneRecordForAllThreadsAndItMatchesTheVersion) {
