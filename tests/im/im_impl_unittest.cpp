@@ -58,12 +58,10 @@ TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
   EXPECT_EQ(ImsdkCallCount("TIMLogout"), 0);
 
   QuitWithNeedLogout(2);
-  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].code, 0);
-  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].desc, "success");
+  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].Text(), "2/0/success");
   EXPECT_EQ(ImsdkCallCount("TIMLogout"), 1);
   EXPECT_TRUE(log_.Contains(L"LogOut:group id:group-1"));
   EXPECT_TRUE(log_.WaitFor(L"TIMLogout callback:success_code=0", 1, kWait));
-
   // Logged out, and need_join_group_ cleared: the next login task logs in
   // again and joins nothing.
   manager_->ReLogIn();
@@ -75,9 +73,7 @@ TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
 TEST_F(ImLogoutTest, AFailedSdkLogoutIsReported) {
   ImsdkScriptCallback("TIMLogout", 6013, "not logged in");
   QuitWithNeedLogout(1);
-  const Received logout = journal_.Events(IMEvent_Logout)[0];
-  EXPECT_EQ(logout.code, 6013);
-  EXPECT_EQ(logout.desc, "not logged in");
+  EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].Text(), "2/6013/not logged in");
   EXPECT_TRUE(log_.WaitFor(L"TIMLogout callback:error_code=6013, error_desc=not logged in", 1, kWait));
   manager_.reset();
   EXPECT_EQ(ImsdkCallCount("TIMUninit"), 0);

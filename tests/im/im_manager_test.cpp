@@ -16,31 +16,23 @@ namespace {
 
 using imsdk_control::Call;
 
-// Ids of the threads of this process. Threads of earlier tests may still be
-// ending, so a test looks for new ids rather than comparing counts.
-std::set<DWORD> ThreadsOfThisProcess() {
+// Ids of this process's threads not in `before`. Threads of earlier tests may
+// still be ending, so a test looks for new ids rather than comparing counts.
+std::set<DWORD> NewThreads(const std::set<DWORD>& before = {}) {
   std::set<DWORD> ids;
   HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) return ids;
   THREADENTRY32 entry;
   entry.dwSize = sizeof(entry);
   for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ids.insert(entry.th32ThreadID);
+    if (entry.th32OwnerProcessID == GetCurrentProcessId() && !before.count(entry.th32ThreadID))
+      ids.insert(entry.th32ThreadID);
   }
   CloseHandle(snapshot);
   return ids;
 }
 
-std::vector<DWORD> NewThreads(const std::set<DWORD>& before) {
-  std::vector<DWORD> fresh;
-  for (DWORD id : ThreadsOfThisProcess()) {
-    if (!before.count(id)) fresh.push_back(id);
-  }
-  return fresh;
-}
-
 TEST_F(ImManagerTest, DestroyingAManagerThatNeverLoggedInCallsNoSdkFunctionAndStartsNoThread) {
-  const std::set<DWORD> threads_before = ThreadsOfThisProcess();
+  const std::set<DWORD> threads_before = NewThreads();
   ASSERT_TRUE(threads_before.count(GetCurrentThreadId()));
   manager_->SetEventCallback(&journal_);
   manager_->SetWhiteBoardCallback(&journal_);
@@ -52,7 +44,6 @@ TEST_F(ImManagerTest, DestroyingAManagerThatNeverLoggedInCallsNoSdkFunctionAndSt
   manager_->SetWhiteBoardCallback(nullptr);
   EXPECT_STREQ(manager_->GetUsrId(), "");
   EXPECT_TRUE(NewThreads(threads_before).empty());
-
   ImManager::DestroyImManagerInstance();
   EXPECT_EQ(Calls(nullptr), 0);
   EXPECT_TRUE(NewThreads(threads_before).empty());
@@ -63,10 +54,9 @@ TEST_F(ImManagerTest, DestroyingAManagerThatNeverLoggedInCallsNoSdkFunctionAndSt
 // The end unregisters the listeners and uninitialises; a second destroy does
 // nothing, and the next instance starts afresh.
 TEST_F(ImManagerTest, DestroyUnregistersUninitialisesAndTheNextInstanceIsNew) {
-  const std::set<DWORD> threads_before = ThreadsOfThisProcess();
+  const std::set<DWORD> threads_before = NewThreads();
   LogInAndWaitForJoin();
-  // The login made the task thread (and the check above would see one).
-  EXPECT_FALSE(NewThreads(threads_before).empty());
+  EXPECT_FALSE(NewThreads(threads_before).empty());  // the login made the task thread
   EXPECT_STREQ(manager_->GetUsrId(), kUser);
   const int before = Calls(nullptr);
   ImManager::DestroyImManagerInstance();
@@ -76,19 +66,18 @@ TEST_F(ImManagerTest, DestroyUnregistersUninitialisesAndTheNextInstanceIsNew) {
             (std::vector<std::string>{"TIMSetNetworkStatusListenerCallback", "TIMSetKickedOfflineCallback",
                                       "TIMSetUserSigExpiredCallback", "TIMSetGroupTipsEventCallback",
                                       "TIMUninit"}));
-  for (const Call& call : imsdk_control::Calls()) {
+  for (const Call& call : CallsOf(nullptr)) {
     if (call.function.find("Callback") != std::string::npos && call.args[0].is_null) {
       EXPECT_TRUE(call.args[1].is_null) << call.function;
     }
   }
-
   ImsdkReset();
   ImManager* fresh = ImManager::GetImManagerInstance();
   EXPECT_STREQ(fresh->GetUsrId(), "");
   // Start values: not logged in, so a login needs TIMLogin again.
   fresh->LogInAndJoinGroup(kAppId, kAccountType, "carol", kSign, kGroup);
   ASSERT_TRUE(ImsdkWaitForCalls("TIMLogin", 1, kWait));
-  EXPECT_EQ(imsdk_control::Calls("TIMLogin")[0].arg(0), "carol");
+  EXPECT_EQ(CallsOf("TIMLogin")[0].arg(0), "carol");
 }
 
 TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
@@ -109,24 +98,21 @@ TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
   EXPECT_EQ(ImManager::GetImManagerInstance(), seen[0]);
 }
 
+// Also the first login's arguments, events and log lines.
 TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserData) {
   LogInAndWaitForJoin();
-  const std::vector<Call> calls = imsdk_control::Calls();
+  const std::vector<Call> calls = CallsOf(nullptr);
   const DWORD me = GetCurrentThreadId();
   const std::string self = PointerText(manager_);
-
-  DWORD task_thread = 0;
-  for (const Call& call : calls) {
-    if (call.function == "TIMInit") task_thread = call.thread_id;
-  }
-  ASSERT_NE(task_thread, 0u);
+  const DWORD task_thread = CallsOf("TIMInit")[0].thread_id;
   EXPECT_NE(task_thread, me);
   for (const Call& call : calls) {
     if (call.function == "TIMGroupJoin") {
       // After a fresh login the join runs inside the login's callback.
       EXPECT_EQ(call.during_callback_of, "TIMLogin");
-      EXPECT_EQ(call.arg(3), self);
+      EXPECT_EQ(call.arg(0), kGroup);
       EXPECT_EQ(call.arg(1), "back");
+      EXPECT_EQ(call.arg(3), self);
     } else if (call.function == "TIMAddRecvNewMsgCallback") {
       EXPECT_EQ(call.during_callback_of, "TIMGroupJoin");
       EXPECT_EQ(call.arg(1), self);
@@ -140,7 +126,22 @@ TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserDat
       EXPECT_EQ(call.args.back().text, self) << call.function;
     }
   }
-  for (const Received& r : journal_.All()) EXPECT_NE(r.thread_id, me);
+  EXPECT_EQ(CallsOf("TIMLogin")[0].arg(0), kUser);
+  EXPECT_EQ(CallsOf("TIMLogin")[0].arg(1), kSign);
+  std::vector<std::string> events;
+  for (const Received& r : journal_.All()) {
+    EXPECT_NE(r.thread_id, me);
+    events.push_back(r.Text());
+  }
+  EXPECT_EQ(events, (std::vector<std::string>{std::to_string(IMEvent_Login) + "/0/login success",
+                                              std::to_string(IMEvent_JoinGroup) + "/0/success"}));
+  for (const wchar_t* line :
+       {L"LogIn:app_id:1400000001, account_type:36862, usr_id:alice, usr_sign:sig-alice",
+        L"Initialize:app_id:1400000001, account_type:36862",
+        L"TIMLogin callback:success_code=0, success_desc=OK",
+        L"TIMSetConfig TIMSetConfig:success_code=0, success_desc=OK",
+        L"JoinGroup callback:succes_code=0, success_desc=OK"})
+    EXPECT_TRUE(log_.Contains(line)) << line;
 }
 
 TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAlways) {
@@ -151,7 +152,7 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   manager_->SetConfigPath("D:\\data\\");
   manager_->ReLogIn();
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 3));
-  const std::vector<Call> init = imsdk_control::Calls("TIMInit");
+  const std::vector<Call> init = CallsOf("TIMInit");
   ASSERT_EQ(init.size(), 3u);
   EXPECT_EQ(init[0].arg(0), "1400000001");
   EXPECT_EQ(init[0].arg(1), "{}");
@@ -161,34 +162,29 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   ASSERT_TRUE(doc.IsObject()) << init[2].arg(1);
   EXPECT_EQ(doc.MemberCount(), 1u);
   EXPECT_STREQ(doc["sdk_config_config_file_path"].GetString(), "D:\\data\\\\imconfig");
-  EXPECT_EQ(imsdk_control::Calls("TIMSetConfig")[0].arg(0),
+  EXPECT_EQ(CallsOf("TIMSetConfig")[0].arg(0),
             "{\"set_config_is_log_output_console\":false,\"set_config_callback_log_level\":1}");
-  EXPECT_TRUE(log_.Contains(L"Initialize:app_id:1400000001, account_type:36862"));
-  EXPECT_TRUE(log_.Contains(L"TIMSetConfig TIMSetConfig:success_code=0, success_desc=OK"));
 }
 
 TEST_F(ImManagerTest, AppIdIsReadAsASignedIntegerAndWidened) {
   manager_->SetEventCallback(&journal_);
   manager_->LogInAndJoinGroup("-5", kAccountType, kUser, kSign, kGroup);
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMInit", 1, kWait));
-  EXPECT_EQ(imsdk_control::Calls("TIMInit")[0].arg(0), "18446744073709551611");
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1));
+  EXPECT_EQ(CallsOf("TIMInit")[0].arg(0), "18446744073709551611");
 }
 
 TEST_F(ImManagerTest, InitializeFailureReportsOnceAndDoesNotRetry) {
   ImsdkScriptResult("TIMInit", 7);
-  manager_->SetEventCallback(&journal_);
   LogIn();
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_Login, 1));
-  const Received login = journal_.Events(IMEvent_Login)[0];
-  EXPECT_EQ(login.code, -1);
-  EXPECT_EQ(login.desc, "initialize failed!");
+  EXPECT_EQ(journal_.Events(IMEvent_Login)[0].Text(),
+            std::to_string(IMEvent_Login) + "/-1/initialize failed!");
   // The logout task runs behind anything the failure could have queued.
   manager_->LogoutAndQuitGroup();
   ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
   EXPECT_EQ(Calls("TIMLogin"), 0);
   EXPECT_EQ(Calls("TIMInit"), 1);
-  ASSERT_TRUE(ImsdkWaitIdle(kWait));
   EXPECT_EQ(journal_.Events(IMEvent_Login).size(), 1u);
   // Never initialised: the end calls no TIMUninit.
   ImManager::DestroyImManagerInstance();
@@ -204,15 +200,14 @@ TEST_F(ImManagerTest, SetConfigFailuresDoNotStopTheLogin) {
   // The second login task's TIMSetConfig is accepted and its callback fails.
   manager_->ReLogIn();
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_SetConfig, 1));
-  EXPECT_EQ(journal_.Events(IMEvent_SetConfig)[0].code, 6017);
-  EXPECT_EQ(journal_.Events(IMEvent_SetConfig)[0].desc, "bad config");
+  EXPECT_EQ(journal_.Events(IMEvent_SetConfig)[0].Text(),
+            std::to_string(IMEvent_SetConfig) + "/6017/bad config");
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2));
 }
 
 TEST_F(ImManagerTest, SdkLogLinesReachTheLogBridgeWhole) {
   LogInAndWaitForJoin();
-  const char* line = "imsdk: connected to \xe5\x8c\x97\xe4\xba\xac \xc3\xa9t\xc3\xa9";
-  ImsdkEmitLog(3, line);
+  ImsdkEmitLog(3, "imsdk: connected to \xe5\x8c\x97\xe4\xba\xac \xc3\xa9t\xc3\xa9");
   EXPECT_TRUE(log_.WaitFor(L"imsdk: connected to \x5317\x4eac \x00e9t\x00e9", 1, kWait));
   EXPECT_EQ(log_.Count(L"imsdk: connected to \x5317\x4eac \x00e9t\x00e9", L"TIM"), 1);
 }
@@ -223,15 +218,12 @@ TEST_F(ImManagerTest, NetworkStatusBecomesConnectedConnectingOrDisconnected) {
   ImsdkFireNetworkStatus(2, 0, "trying");
   ImsdkFireNetworkStatus(1, 9, "down");
   ImsdkFireNetworkStatus(3, 11, "failed");
-  ImsdkFireNetworkStatus(7, 0, "unknown");
+  ImsdkFireNetworkStatus(7, 0, "unknown");  // dropped
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
   std::vector<std::string> network;
-  for (const Received& r : journal_.Of(Received::kImEvent)) {
-    if (r.event != IMEvent_Login && r.event != IMEvent_JoinGroup) {
-      network.push_back(std::to_string(r.event) + "/" + std::to_string(r.code) + "/" + r.desc);
-    }
+  for (const Received& r : journal_.All()) {
+    if (r.event != IMEvent_Login && r.event != IMEvent_JoinGroup) network.push_back(r.Text());
   }
-  // The unknown status is dropped.
   auto e = [](int event, const char* rest) { return std::to_string(event) + rest; };
   EXPECT_EQ(network, (std::vector<std::string>{
                          e(IMEvent_Connected, "/0/up"), e(IMEvent_Connecting, "/0/trying"),
@@ -248,19 +240,18 @@ TEST_F(ImManagerTest, UserSigExpiredIsReportedAndChangesNothing) {
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_UserSigExpired, 1));
   EXPECT_EQ(journal_.Events(IMEvent_UserSigExpired)[0].code, -1);
   // Still logged in: messages are still taken, and no login was started.
-  ImsdkDeliverMessages(("[" + CustomMessage(kGroup, "bob", "after expiry") + "]").c_str());
+  ImsdkDeliverMessages(Batch({CustomMessage(kGroup, "bob", "after expiry")}).c_str());
   ASSERT_TRUE(journal_.WaitFor(Received::kWhiteBoardData, 1));
   EXPECT_EQ(Calls("TIMLogin"), 1);
 }
 
 TEST_F(ImManagerTest, EventsWithoutAnInterfaceAreDroppedOnEveryPath) {
   ImsdkScriptCallback("TIMLogin", 6206, "expired");
-  LogIn();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
   ASSERT_TRUE(ImsdkWaitForCalls("TIMAddRecvNewMsgCallback", 1, kWait));
   ImsdkFireNetworkStatus(0, 0, "up");
   ImsdkFireUserSigExpired();
-  ImsdkDeliverMessages(("[" + TextMessage(kGroup, "bob", "hi") + "]").c_str());
+  ImsdkDeliverMessages(Batch({TextMessage(kGroup, "bob", "hi")}).c_str());
   manager_->SendGroupTextMessage("hello");
   manager_->LogoutAndQuitGroup();
   ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));

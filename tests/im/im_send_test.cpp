@@ -15,16 +15,15 @@ namespace {
 
 using imsdk_control::Call;
 
-// The message JSON with its two time stamps cut out (checked against
-// [before, after]).
+// The message JSON with its two time stamps, checked against [before, after], cut out.
 std::string WithoutTimes(std::string json, int64_t before, int64_t after) {
   for (const std::string key : {"\"message_client_time\":", "\"message_server_time\":"}) {
     const size_t begin = json.find(key);
     if (begin == std::string::npos) return "<missing time>";
-    const size_t end = json.find(',', begin + key.size());
-    const int64_t time = std::stoll(json.substr(begin + key.size(), end - begin - key.size()));
+    const size_t at = begin + key.size(), end = json.find(',', at);
+    const int64_t time = std::stoll(json.substr(at, end - at));
     if (time < before || time > after) return "<time out of range>";
-    json.replace(begin + key.size(), end - begin - key.size(), "T");
+    json.replace(at, end - at, "T");
   }
   return json;
 }
@@ -34,11 +33,23 @@ std::string SentData(const Call& call) {
   rapidjson::Document doc;
   doc.Parse(call.arg(2).c_str());
   if (doc.HasParseError() || !doc.IsObject()) return "<unparsable>";
-  const rapidjson::Value& element = doc["message_elem_array"][0];
-  return std::string(element["custom_elem_data"].GetString(), element["custom_elem_data"].GetStringLength());
+  const rapidjson::Value& data = doc["message_elem_array"][0]["custom_elem_data"];
+  return std::string(data.GetString(), data.GetStringLength());
 }
 
-TEST_F(ImManagerTest, WhiteBoardMessageJsonHasTheKeysInOrderAndEscapesOnlyWhatJsonNeeds) {
+class ImSendTest : public ImManagerTest {
+ protected:
+  // Logs in with the join held back until ReleaseJoin.
+  void LogInHoldingTheJoin() {
+    ImsdkHoldCallbacks("TIMGroupJoin", 1);
+    manager_->SetWhiteBoardCallback(&journal_);
+    LogIn();
+    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  }
+  void ReleaseJoin() { ImsdkHoldCallbacks("TIMGroupJoin", 0); }
+};
+
+TEST_F(ImSendTest, WhiteBoardMessageJsonHasTheKeysInOrderAndEscapesOnlyWhatJsonNeeds) {
   LogInAndWaitForJoin();
   manager_->SetWhiteBoardCallback(&journal_);
   const std::string data = std::string("say \"hi\" \\ back\n\t\x01\x1f") + "\xc3\xa9\xe2\x82\xac\xff\x80";
@@ -46,22 +57,21 @@ TEST_F(ImManagerTest, WhiteBoardMessageJsonHasTheKeysInOrderAndEscapesOnlyWhatJs
   manager_->SendWhiteBoardData(data.c_str(), static_cast<int>(data.size()), nullptr);
   ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 1, kWait));
   const int64_t after = static_cast<int64_t>(std::time(nullptr));
-  const Call sent = imsdk_control::Calls("TIMMsgSendNewMsg")[0];
+  const Call sent = CallsOf("TIMMsgSendNewMsg")[0];
   EXPECT_EQ(sent.arg(0), kGroup);
   EXPECT_EQ(sent.arg(1), "2");
-  // The writer's escapes, and high bytes as they are.
+  // The writer's escapes, and high bytes as they are; parsed back, the data is what was sent.
   EXPECT_EQ(
       WithoutTimes(sent.arg(2), before, after),
       "{\"message_conv_type\":2,\"message_conv_id\":\"group-1\",\"message_sender\":\"alice\","
       "\"message_client_time\":T,\"message_server_time\":T,\"message_elem_array\":[{\"elem_type\":3,"
       "\"custom_elem_data\":\"say \\\"hi\\\" \\\\ back\\n\\t\\u0001\\u001F\xc3\xa9\xe2\x82\xac\xff\x80\","
       "\"custom_elem_desc\":\"\",\"custom_elem_ext\":\"\",\"custom_elem_sound\":\"\"}]}");
-  // Parsed back, the data is what was sent.
   EXPECT_EQ(SentData(sent), data);
   EXPECT_TRUE(log_.WaitFor(L"OnSendWhiteBoardDataTask, ret: 1", 1, kWait));
 }
 
-TEST_F(ImManagerTest, DataIsCutAtTheFirstNulAndEmptyOrNullDataSendsAnEmptyElement) {
+TEST_F(ImSendTest, DataIsCutAtTheFirstNulAndEmptyOrNullDataSendsAnEmptyElement) {
   LogInAndWaitForJoin();
   manager_->SetWhiteBoardCallback(&journal_);
   const char with_nul[] = {'a', 'b', '\0', 'c', 'd'};
@@ -69,27 +79,22 @@ TEST_F(ImManagerTest, DataIsCutAtTheFirstNulAndEmptyOrNullDataSendsAnEmptyElemen
   manager_->SendWhiteBoardData(with_nul, 5, &tags[0]);
   manager_->SendWhiteBoardData("", 0, &tags[1]);
   manager_->SendWhiteBoardData(nullptr, 12, &tags[2]);
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 3, kWait));
-  const std::vector<Call> sent = imsdk_control::Calls("TIMMsgSendNewMsg");
-  EXPECT_EQ(SentData(sent[0]), "ab");
-  EXPECT_EQ(SentData(sent[1]), "");
-  EXPECT_EQ(SentData(sent[2]), "");
-  EXPECT_TRUE(log_.Contains(L"SendWhiteBoardData:ab"));
-  // Every call, the null one too, has its outcome.
-  ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, 3));
+  ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, 3));  // every call, the null one too
+  const std::vector<Call> sent = CallsOf("TIMMsgSendNewMsg");
   const std::vector<Received> results = journal_.Of(Received::kSendResult);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(results[i].user_data, &tags[i]);
+  const char* want[] = {"ab", "", ""};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(SentData(sent[i]), want[i]);
+    EXPECT_EQ(results[i].user_data, &tags[i]);
+  }
+  EXPECT_TRUE(log_.Contains(L"SendWhiteBoardData:ab"));
 }
 
 // Before the join whiteboard data waits and goes out in order inside the join
 // callback; a group text goes at once from the caller's thread, a one-to-one
 // text is dropped.
-TEST_F(ImManagerTest, SendsBeforeTheJoinWaitAndGoOutInOrderInsideTheJoinCallback) {
-  ImsdkHoldCallbacks("TIMGroupJoin", 1);
-  manager_->SetEventCallback(&journal_);
-  manager_->SetWhiteBoardCallback(&journal_);
-  LogIn();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+TEST_F(ImSendTest, SendsBeforeTheJoinWaitAndGoOutInOrderInsideTheJoinCallback) {
+  LogInHoldingTheJoin();
   int tags[3];
   const char* data[] = {"first", "second", "third"};
   for (int i = 0; i < 3; ++i)
@@ -97,15 +102,15 @@ TEST_F(ImManagerTest, SendsBeforeTheJoinWaitAndGoOutInOrderInsideTheJoinCallback
   manager_->SendC2CTextMessage("bob", "dropped");
   manager_->SendGroupTextMessage("goes anyway");
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
-  std::vector<Call> sent = imsdk_control::Calls("TIMMsgSendNewMsg");
+  std::vector<Call> sent = CallsOf("TIMMsgSendNewMsg");
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0].arg(1), "2");
   EXPECT_EQ(sent[0].thread_id, GetCurrentThreadId());
 
-  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  ReleaseJoin();
   ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, 4));
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
-  sent = imsdk_control::Calls("TIMMsgSendNewMsg");
+  sent = CallsOf("TIMMsgSendNewMsg");
   ASSERT_EQ(sent.size(), 4u);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(SentData(sent[i + 1]), data[i]);
@@ -122,14 +127,9 @@ TEST_F(ImManagerTest, SendsBeforeTheJoinWaitAndGoOutInOrderInsideTheJoinCallback
   EXPECT_EQ(log_.Count(L"OnSendWhiteBoardDataTask, ret: 1"), 3);
 }
 
-TEST_F(ImManagerTest, SendsFromSeveralThreadsWhileTheJoinCompletesAreEachSentOnce) {
-  ImsdkHoldCallbacks("TIMGroupJoin", 1);
-  manager_->SetEventCallback(&journal_);
-  manager_->SetWhiteBoardCallback(&journal_);
-  LogIn();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
-  constexpr int kThreads = 3;
-  constexpr int kEach = 100;
+TEST_F(ImSendTest, SendsFromSeveralThreadsWhileTheJoinCompletesAreEachSentOnce) {
+  LogInHoldingTheJoin();
+  constexpr int kThreads = 3, kEach = 100;
   std::atomic<int> ready{0};
   std::atomic<bool> go{false};
   std::vector<std::thread> senders;
@@ -149,46 +149,45 @@ TEST_F(ImManagerTest, SendsFromSeveralThreadsWhileTheJoinCompletesAreEachSentOnc
   go = true;
   // The join completes while the senders run: each record is flushed or
   // posted, none is left behind in the queue.
-  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  ReleaseJoin();
   for (std::thread& sender : senders) sender.join();
   ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, kThreads * kEach, -1, 20000));
   ASSERT_TRUE(ImsdkWaitIdle(kWait));
   std::multiset<std::string> sent;
-  for (const Call& call : imsdk_control::Calls("TIMMsgSendNewMsg")) sent.insert(SentData(call));
+  for (const Call& call : CallsOf("TIMMsgSendNewMsg")) sent.insert(SentData(call));
   EXPECT_EQ(sent.size(), expected.size());
   EXPECT_EQ(std::set<std::string>(sent.begin(), sent.end()), expected);
 }
 
-TEST_F(ImManagerTest, ASendBeforeAnyLoginIsFreedUnsentWithoutOutcome) {
-  manager_->SetEventCallback(&journal_);
+TEST_F(ImSendTest, ASendBeforeAnyLoginIsFreedUnsentWithoutOutcome) {
   manager_->SetWhiteBoardCallback(&journal_);
   manager_->SendWhiteBoardData("too early", 9, nullptr);
-  LogIn();
-  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1));
-  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  LogInAndWaitForJoin();
   EXPECT_EQ(Calls("TIMMsgSendNewMsg"), 0);
   EXPECT_TRUE(journal_.Of(Received::kSendResult).empty());
 }
 
-TEST_F(ImManagerTest, TheOutcomeOfEverySendReachesBothInterfacesEventFirst) {
+TEST_F(ImSendTest, TheOutcomeOfEverySendReachesBothInterfacesEventFirst) {
   LogInAndWaitForJoin();
   manager_->SetWhiteBoardCallback(&journal_);
   int tag = 0;
-  struct Case {
+  const struct {
     std::function<void()> send;
     int event;
-    const char* conv;
-    const char* conv_type;
+    const char *conv, *conv_type;
     void* user_data;
+    const char* element;  // the start of the first element
   } cases[] = {
-      {[&] { manager_->SendWhiteBoardData("board", 5, &tag); }, IMEvent_SendGroupCustom, kGroup, "2", &tag},
-      {[&] { manager_->SendGroupTextMessage("group text"); }, IMEvent_SendGroupText, kGroup, "2", nullptr},
-      {[&] { manager_->SendC2CTextMessage("bob", "private text"); }, IMEvent_SendC2CText, "bob", "1",
-       nullptr},
+      {[&] { manager_->SendWhiteBoardData("board", 5, &tag); }, IMEvent_SendGroupCustom, kGroup, "2", &tag,
+       "{\"elem_type\":3,\"custom_elem_data\":\"board\""},
+      {[&] { manager_->SendGroupTextMessage("group text"); }, IMEvent_SendGroupText, kGroup, "2", nullptr,
+       "{\"elem_type\":0,\"text_elem_content\":\"group text\"}"},
+      {[&] { manager_->SendC2CTextMessage("bob", "private text"); }, IMEvent_SendC2CText, "bob", "1", nullptr,
+       "{\"elem_type\":0,\"text_elem_content\":\"private text\"}"},
       {[&] { manager_->SendC2CCustomMessage("bob", "private data", 3); }, IMEvent_SendC2CCustom, "bob", "1",
-       nullptr},
+       nullptr, "{\"elem_type\":3,\"custom_elem_data\":\"private data\""},
       {[&] { manager_->SendGroupCustomMessage("group data", 1, &tag); }, IMEvent_SendGroupCustom, kGroup, "2",
-       nullptr},
+       nullptr, "{\"elem_type\":3,\"custom_elem_data\":\"group data\""},
   };
   ImsdkScriptCallback("TIMMsgSendNewMsg", 80001, "dirty word");
   for (size_t i = 0; i < 5; ++i) {
@@ -197,26 +196,21 @@ TEST_F(ImManagerTest, TheOutcomeOfEverySendReachesBothInterfacesEventFirst) {
     ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, i + 1));
     const std::vector<Received> all = journal_.All();
     ASSERT_EQ(all.size(), before + 2);
-    const Received& event = all[before];
-    const Received& result = all[before + 1];
+    const Received &event = all[before], &result = all[before + 1];
     EXPECT_EQ(event.event, cases[i].event) << i;
     EXPECT_EQ(event.code, i == 0 ? 80001 : 0);
     EXPECT_EQ(event.desc, i == 0 ? "dirty word" : event.desc);
     EXPECT_EQ(result.code, event.code);
     EXPECT_EQ(result.desc, event.desc);
     EXPECT_EQ(result.user_data, cases[i].user_data);
-    const Call sent = imsdk_control::Calls("TIMMsgSendNewMsg")[i];
+    const Call sent = CallsOf("TIMMsgSendNewMsg")[i];
     EXPECT_EQ(sent.arg(0), cases[i].conv);
     EXPECT_EQ(sent.arg(1), cases[i].conv_type);
+    EXPECT_NE(sent.arg(2).find(std::string("\"message_elem_array\":[") + cases[i].element), std::string::npos)
+        << sent.arg(2);
     // The in-flight record, not the manager, is the SDK's user_data.
     EXPECT_NE(sent.arg(4), PointerText(manager_));
   }
-  const std::vector<Call> sent = imsdk_control::Calls("TIMMsgSendNewMsg");
-  EXPECT_NE(sent[2].arg(2).find(
-                "\"message_elem_array\":[{\"elem_type\":0,\"text_elem_content\":\"private text\"}]"),
-            std::string::npos);
-  EXPECT_EQ(SentData(sent[3]), "private data");
-  EXPECT_EQ(SentData(sent[4]), "group data");
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -31,16 +31,14 @@ struct Received {
   enum Kind { kImEvent, kC2CText, kGroupText, kC2CCustom, kWhiteBoardData, kSendResult };
   explicit Received(Kind k) : kind(k) {}
   Kind kind;
-  int event = 0;
-  int code = 0;
-  std::string desc;
-  std::string group_id;
-  std::string sender;
-  std::string data;  // text or data, by length
+  int event = 0, code = 0;
+  std::string desc, group_id, sender, data;  // text or data, by length
   bool data_null = false;
   int length = 0;
   void* user_data = nullptr;
   DWORD thread_id = 0;
+  // "event/code/desc"
+  std::string Text() const { return std::to_string(event) + "/" + std::to_string(code) + "/" + desc; }
 };
 
 // Both interfaces in one: the order across the two is kept.
@@ -54,16 +52,16 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
     Add(r);
   }
   void OnRecvC2CTextMessage(const char* sender, const char* text) override {
-    Add(Message(Received::kC2CText, "", sender, text, static_cast<int>(strlen(text))));
+    Message(Received::kC2CText, "", sender, text, static_cast<int>(strlen(text)));
   }
   void OnRecvGroupTextMessage(const char* group_id, const char* sender, const char* text) override {
-    Add(Message(Received::kGroupText, group_id, sender, text, static_cast<int>(strlen(text))));
+    Message(Received::kGroupText, group_id, sender, text, static_cast<int>(strlen(text)));
   }
   void OnRecvC2CCustomMessage(const char* sender, const char* data, int length) override {
-    Add(Message(Received::kC2CCustom, "", sender, data, length));
+    Message(Received::kC2CCustom, "", sender, data, length);
   }
   void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
-    Add(Message(Received::kWhiteBoardData, group_id, sender, data, length));
+    Message(Received::kWhiteBoardData, group_id, sender, data, length);
   }
   void OnSendWhiteBoardDataResult(int code, const char* desc, void* user_data) override {
     Received r(Received::kSendResult);
@@ -77,6 +75,7 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
     std::lock_guard<std::mutex> hold(mutex_);
     return entries_;
   }
+  // Entries of `kind` (and `event`, unless negative).
   std::vector<Received> Of(Received::Kind kind, int event = -1) const {
     std::vector<Received> out;
     for (const Received& r : All()) {
@@ -97,15 +96,14 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
   bool WaitForEvent(int event, size_t count = 1) const { return WaitFor(Received::kImEvent, count, event); }
 
  private:
-  static Received Message(Received::Kind kind, const char* group_id, const char* sender, const char* data,
-                          int length) {
+  void Message(Received::Kind kind, const char* group_id, const char* sender, const char* data, int length) {
     Received r(kind);
     r.group_id = group_id;
     r.sender = sender;
     r.data_null = data == nullptr;
     if (data) r.data.assign(data, length);
     r.length = length;
-    return r;
+    Add(r);
   }
   void Add(Received entry) {
     entry.thread_id = GetCurrentThreadId();
@@ -128,7 +126,7 @@ inline std::string PointerText(const void* pointer) {
   return buffer;
 }
 
-// One message of a batch, written by hand so that tests control every key.
+// Messages written by hand so that tests control every key, and a batch of them.
 inline std::string ImMessage(const std::string& conv, const std::string& sender, const std::string& element,
                              int conv_type) {
   return "{\"message_conv_type\":" + std::to_string(conv_type) + ",\"message_conv_id\":\"" + conv +
@@ -141,6 +139,11 @@ inline std::string CustomMessage(const std::string& group, const std::string& se
 inline std::string TextMessage(const std::string& conv, const std::string& sender, const std::string& text,
                                int conv_type = 2) {
   return ImMessage(conv, sender, "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}", conv_type);
+}
+inline std::string Batch(std::initializer_list<std::string> messages) {
+  std::string batch;
+  for (const std::string& m : messages) batch += (batch.empty() ? "[" : ",") + m;
+  return batch + "]";
 }
 
 class ImManagerTest : public ::testing::Test {
@@ -157,17 +160,19 @@ class ImManagerTest : public ::testing::Test {
     ImsdkReset();
   }
 
-  void LogIn(const std::string& group = kGroup, const std::string& user = kUser) {
-    manager_->LogInAndJoinGroup(kAppId, kAccountType, user, kSign, group);
+  // With the event interface set.
+  void LogIn() {
+    manager_->SetEventCallback(&journal_);
+    manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
   }
   // Logs in and waits for the join's event; n counts earlier joins.
   void LogInAndWaitForJoin(size_t n = 1) {
-    manager_->SetEventCallback(&journal_);
     LogIn();
     ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, n));
     ASSERT_TRUE(ImsdkWaitIdle(kWait));
   }
   int Calls(const char* function) { return ImsdkCallCount(function); }
+  std::vector<imsdk_control::Call> CallsOf(const char* function) { return imsdk_control::Calls(function); }
 
   testing_support::LogCapture log_;
   Journal journal_;
