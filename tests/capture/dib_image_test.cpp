@@ -105,8 +105,7 @@ TEST(DibImageValue, ConstructionCopyAndAssignmentOwnTheirBlocks) {
   EXPECT_NE(assigned.bits_data(), original->bits_data());
   EXPECT_NE(copied.bits_data(), original->bits_data());
   original->Clear();
-  EXPECT_EQ(original->bitmap_info(), nullptr);
-  EXPECT_EQ(original->bits_data(), nullptr);
+  EXPECT_TRUE(original->bitmap_info() == nullptr && original->bits_data() == nullptr);
   original->Clear();  // nothing left to free
   delete original;
   for (const DibImage* image : {&assigned, &copied}) {
@@ -114,55 +113,39 @@ TEST(DibImageValue, ConstructionCopyAndAssignmentOwnTheirBlocks) {
     EXPECT_EQ(std::memcmp(image->bitmap_info(), &original_info, sizeof(BITMAPINFO)), 0);
     EXPECT_EQ(std::memcmp(image->bits_data(), original_bits.data(), original_bits.size()), 0);
   }
-
-  // Assigning over a complete image replaces it; assigning an empty one empties.
-  BITMAPINFO other_info;
-  InitBitMapInfo(1, 1, true, 32, &other_info);
+  // Assigning over a complete image replaces it (itself too); an empty one empties.
+  InitBitMapInfo(1, 1, true, 32, &info);
   const uint8_t pixel[4] = {1, 2, 3, 4};
-  assigned = DibImage(&other_info, pixel);
+  assigned = DibImage(&info, pixel);
   assigned = assigned;
   EXPECT_EQ(assigned.bitmap_info()->bmiHeader.biWidth, 1);
   EXPECT_EQ(std::memcmp(assigned.bits_data(), pixel, 4), 0);
   assigned = DibImage(nullptr, nullptr);
-  EXPECT_EQ(assigned.bitmap_info(), nullptr);
-  EXPECT_EQ(assigned.bits_data(), nullptr);
+  EXPECT_TRUE(assigned.bitmap_info() == nullptr && assigned.bits_data() == nullptr);
 }
 
-// A top-down picture (negative height) over a larger file: the file is
-// replaced, bottom line first with a positive height. (The layout in full is
-// checked by an outside reader, check_bmp.py.)
-TEST_F(DibImageFile, ReplacesAFileWithThePictureTheRightWayUp) {
-  const int width = 10, height = 6;
-  const std::wstring path = File(L"replaced.bmp");
-  WriteBytes(path, std::string(100000, 'x'));
-  BITMAPINFO info;
-  InitBitMapInfo(width, height, true, 32, &info);
-  const std::vector<uint8_t> bits = Pattern(width, height);
-  ASSERT_TRUE(DibImage(&info, bits.data()).Save(path));
-  const std::vector<uint8_t> file = ReadFile(path);
-  ASSERT_EQ(file.size(), 54u + width * height * 4) << "the display of the test run is 32 bits deep";
-  EXPECT_EQ(Le32(file, 2), 54 + width * height * 4);
-  EXPECT_EQ(Le32(file, 22), height);
-  for (int row = 0; row < height; ++row) {
-    for (int x = 0; x < width; ++x) {
-      const uint8_t* got = &file[54 + (static_cast<size_t>(row) * width + x) * 4];
-      const uint8_t* want = &bits[(static_cast<size_t>(height - 1 - row) * width + x) * 4];
-      ASSERT_EQ(std::memcmp(got, want, 3), 0) << "file row " << row << " x " << x;
+// Saved at the display's depth (32 here), bottom line first with a positive
+// height, over a larger file that it replaces whole. The layout in full and
+// every pixel are checked by an outside reader, check_bmp.py.
+TEST_F(DibImageFile, SavesAtTheDisplayDepthTheRightWayUpReplacingTheFile) {
+  for (int depth : {32, 16}) {
+    const int width = 10, height = 6;
+    const std::wstring path = File(L"picture.bmp");
+    WriteBytes(path, std::string(100000, 'x'));
+    BITMAPINFO info;
+    InitBitMapInfo(width, height, true, depth, &info);
+    const std::vector<uint8_t> bits = depth == 32 ? Pattern(width, height) : std::vector<uint8_t>(240, 0xFF);
+    ASSERT_TRUE(DibImage(&info, bits.data()).Save(path));
+    const std::vector<uint8_t> file = ReadFile(path);
+    ASSERT_EQ(file.size(), 54u + width * height * 4) << depth;
+    EXPECT_EQ(Le32(file, 2), 54 + width * height * 4);
+    EXPECT_EQ(Le32(file, 22), height);
+    EXPECT_EQ(file[28], 32);
+    if (depth == 32) {                 // the file's first line is the picture's last
+      for (int x = 0; x < width; ++x)  // colours only: the fourth byte is not one
+        EXPECT_EQ(std::memcmp(&file[54 + x * 4], &bits[((height - 1) * width + x) * 4], 3), 0) << x;
     }
   }
-}
-
-// A 16-bit image is saved at the display's depth, not its own.
-TEST_F(DibImageFile, TakesTheDisplayDepth) {
-  BITMAPINFO info;
-  InitBitMapInfo(7, 3, true, 16, &info);
-  const std::vector<uint8_t> bits(info.bmiHeader.biSizeImage, 0xFF);
-  const std::wstring path = File(L"sixteen.bmp");
-  ASSERT_TRUE(DibImage(&info, bits.data()).Save(path));
-  const std::vector<uint8_t> file = ReadFile(path);
-  ASSERT_EQ(file.size(), 54u + 7 * 3 * 4);
-  EXPECT_EQ(file[28], 32);
-  EXPECT_EQ(Le32(file, 22), 3);
 }
 
 TEST_F(DibImageFile, SaveFailsWithoutAFile) {
