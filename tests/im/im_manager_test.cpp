@@ -126,6 +126,7 @@ TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserDat
       EXPECT_EQ(call.args.back().text, self) << call.function;
     }
   }
+  EXPECT_EQ(CallsOf("TIMInit")[0].arg(0), kAppId);
   EXPECT_EQ(CallsOf("TIMLogin")[0].arg(0), kUser);
   EXPECT_EQ(CallsOf("TIMLogin")[0].arg(1), kSign);
   std::vector<std::string> events;
@@ -144,8 +145,11 @@ TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserDat
     EXPECT_TRUE(log_.Contains(line)) << line;
 }
 
+// The app id is read as a signed integer and widened.
 TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAlways) {
-  LogInAndWaitForJoin();
+  manager_->SetEventCallback(&journal_);
+  manager_->LogInAndJoinGroup("-5", kAccountType, kUser, kSign, kGroup);
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1));
   manager_->SetConfigPath("abc");
   manager_->ReLogIn();
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2));
@@ -154,7 +158,7 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 3));
   const std::vector<Call> init = CallsOf("TIMInit");
   ASSERT_EQ(init.size(), 3u);
-  EXPECT_EQ(init[0].arg(0), "1400000001");
+  EXPECT_EQ(init[0].arg(0), "18446744073709551611");
   EXPECT_EQ(init[0].arg(1), "{}");
   EXPECT_EQ(init[1].arg(1), "{\"sdk_config_config_file_path\":\"abc\\\\imconfig\"}");
   rapidjson::Document doc;
@@ -164,13 +168,6 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   EXPECT_STREQ(doc["sdk_config_config_file_path"].GetString(), "D:\\data\\\\imconfig");
   EXPECT_EQ(CallsOf("TIMSetConfig")[0].arg(0),
             "{\"set_config_is_log_output_console\":false,\"set_config_callback_log_level\":1}");
-}
-
-TEST_F(ImManagerTest, AppIdIsReadAsASignedIntegerAndWidened) {
-  manager_->SetEventCallback(&journal_);
-  manager_->LogInAndJoinGroup("-5", kAccountType, kUser, kSign, kGroup);
-  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1));
-  EXPECT_EQ(CallsOf("TIMInit")[0].arg(0), "18446744073709551611");
 }
 
 TEST_F(ImManagerTest, InitializeFailureReportsOnceAndDoesNotRetry) {
