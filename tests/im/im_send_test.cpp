@@ -82,6 +82,7 @@ TEST_F(ImSendTest, DataIsCutAtTheFirstNulAndEmptyOrNullDataSendsAnEmptyElement) 
   ASSERT_TRUE(journal_.WaitFor(Received::kSendResult, 3));  // every call, the null one too
   const std::vector<Call> sent = CallsOf("TIMMsgSendNewMsg");
   const std::vector<Received> results = journal_.Of(Received::kSendResult);
+  ASSERT_EQ(sent.size(), 3u);
   const char* want[] = {"ab", "", ""};
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(SentData(sent[i]), want[i]);
