@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "base/thread_start.h"
 #include "clock.h"
 #include "engine/desktop_data_source.h"
 #include "engine/engine_util.h"
@@ -65,7 +66,7 @@ void RTCEngineImpl::PreInitialize() {
   data_source_ = new DesktopDataSource();
   DWORD thread_id = 0;
   // Nothing ever waits on the thread itself: its end is told by stop_event_.
-  ScopedHandle thread(CreateThread(nullptr, 0, &RTCEngineImpl::DoTaskCore, this, 0, &thread_id));
+  base::ScopedHandle thread(base::StartThread(&RTCEngineImpl::DoTaskCore, this, &thread_id));
   if (!thread) {
     // No task thread and no SDK object: every operation that would use them
     // checks trtc_cloud_ or task_thread_id_ and does nothing.

@@ -13,7 +13,7 @@
 #include "ITRTCCloud.h"
 #include "audio/audio_device_test_event.h"
 #include "base/lock.h"
-#include "engine/scoped_handle.h"
+#include "base/scoped_handle.h"
 #include "rtc_engine.h"
 
 class AudioDeviceTest;
@@ -194,9 +194,9 @@ class RTCEngineImpl : public RTCEngine,
   std::atomic<int64_t> last_sent_bytes_{0};
   AudioDeviceTest* audio_device_test_ = nullptr;
   std::atomic<bool> is_record_system_voice_{false};
-  ScopedHandle stop_event_;
+  base::ScopedHandle stop_event_;
   DWORD task_thread_id_ = 0;
-  ScopedHandle ready_event_;
+  base::ScopedHandle ready_event_;
 
   // The chosen device names. A leaf lock: held only to copy a name in or out,
   // never together with lock_ and never across a call.

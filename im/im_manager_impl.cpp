@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/thread_start.h"
 #include "im/im_log.h"
 #include "imsdk.h"
 
@@ -256,7 +257,7 @@ bool ImManagerImpl::LogIn(const std::string& app_id, const std::string& account_
   }
   if (task_thread_id_ == 0) {
     DWORD thread_id = 0;
-    im::ScopedHandle thread(CreateThread(nullptr, 0, &TaskThreadEntry, this, 0, &thread_id));
+    base::ScopedHandle thread(base::StartThread(&TaskThreadEntry, this, &thread_id));
     if (!thread.get()) {
       Log(L"CreateThread failed!");
       return false;

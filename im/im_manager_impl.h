@@ -13,31 +13,10 @@
 #include <string>
 
 #include "base/lock.h"
+#include "base/scoped_handle.h"
 #include "im_manager.h"
 
 class ImManagerImpl;
-
-namespace im {
-
-// Owns a kernel handle; closes it when replaced or destroyed.
-class ScopedHandle {
- public:
-  explicit ScopedHandle(HANDLE handle = nullptr) : handle_(handle) {}
-  ~ScopedHandle() { Close(); }
-  ScopedHandle(const ScopedHandle&) = delete;
-  ScopedHandle& operator=(const ScopedHandle&) = delete;
-
-  HANDLE get() const { return handle_; }
-  void Close() {
-    if (handle_) CloseHandle(handle_);
-    handle_ = nullptr;
-  }
-
- private:
-  HANDLE handle_;
-};
-
-}  // namespace im
 
 // Numbered messages of the task thread.
 enum ImTask {
@@ -191,9 +170,9 @@ class ImManagerImpl : public ImManager {
   // Nothing sets it: LogoutAndQuitGroup leaves the group and keeps the SDK
   // login, so the LogOut path stays reachable only through this flag.
   std::atomic<bool> need_logout_{false};
-  im::ScopedHandle stop_event_;
+  base::ScopedHandle stop_event_;
   std::atomic<DWORD> task_thread_id_{0};
-  im::ScopedHandle ready_event_;
+  base::ScopedHandle ready_event_;
   std::list<std::unique_ptr<ImSendTask>> pending_sends_;  // guarded by queue_lock_
   std::atomic<int> login_retry_count_{0};
 };
