@@ -30,7 +30,7 @@ TEST(EngineLifecycle, CreateInitializeRelease) {
                                             "getCameraDevicesList()"};
   EXPECT_EQ(liteav_control::Calls(), created);
   EXPECT_NE(LiteavInstanceThreadId(), GetCurrentThreadId());
-  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId()));
+  base::ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, LiteavInstanceThreadId()));
   ASSERT_TRUE(thread);
   EXPECT_EQ(ListNames(engine, &RTCEngine::GetCameraDevices), (std::vector<std::string>{"C1", "C2"}));
   engine->Initialize(nullptr, &events);
@@ -123,7 +123,7 @@ TEST_F(EngineFrame, TaskThreadRunsInAComApartment) {
 }
 
 TEST_F(EngineFrame, WmQuitEndsTheLoop) {
-  ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, TaskThreadId()));
+  base::ScopedHandle thread(OpenThread(SYNCHRONIZE, FALSE, TaskThreadId()));
   ASSERT_TRUE(thread);
   ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_QUIT, 0, 0));
   EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "base/scoped_handle.h"
 #include "common/log_capture.h"
-#include "engine/scoped_handle.h"
 #include "liteav_control.h"
 #include "rtc_engine.h"
 
@@ -173,7 +173,7 @@ class EngineTest : public ::testing::Test {
   // the task thread hands a WM_TIMER that carries a procedure to
   // DispatchMessageW, which calls it, in the order of the queue.
   void DrainTaskThread() {
-    ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served.get()),
                                    reinterpret_cast<LPARAM>(&DrainProc)));
     EXPECT_EQ(WaitForSingleObject(served.get(), 5000), WAIT_OBJECT_0);

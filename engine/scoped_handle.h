@@ -1,3 +1,0 @@
-#pragma once
-#include "base/scoped_handle.h"
-using base::ScopedHandle;
