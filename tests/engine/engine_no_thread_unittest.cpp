@@ -3,25 +3,22 @@
 // engine starts normally.
 #include <gtest/gtest.h>
 
-#include "base/thread_start.h"
 #include "common/log_capture.h"
+#include "common/refuse_threads.h"
 #include "engine_test_support.h"
 
 namespace engine_test {
 namespace {
 
-HANDLE WINAPI RefuseThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) {
-  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-  return nullptr;
-}
-
 TEST(EngineWithoutTaskThread, EveryOperationIsHarmlessAndTheNextEngineWorks) {
   LiteavReset();
   const int instances = LiteavInstanceCount();
   testing_support::LogCapture log;
-  base::SetThreadStarterForTesting(&RefuseThread);
-  RTCEngine* engine = CreaeRTCEngine();
-  base::SetThreadStarterForTesting(nullptr);
+  RTCEngine* engine = nullptr;
+  {
+    testing_support::RefuseThreads refuse;
+    engine = CreaeRTCEngine();
+  }
   ASSERT_NE(engine, nullptr);
   EXPECT_EQ(log.Count(L"CreateThread failed!", L"RTCEngineImpl"), 1);
 

@@ -3,17 +3,12 @@
 // thread and goes through.
 #include <gtest/gtest.h>
 
-#include "base/thread_start.h"
 #include "common/log_capture.h"
+#include "common/refuse_threads.h"
 #include "im/im_test_support.h"
 
 namespace im_test {
 namespace {
-
-HANDLE WINAPI RefuseThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) {
-  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-  return nullptr;
-}
 
 TEST(ImWithoutTaskThread, LoginIsDroppedUntilAThreadCanStart) {
   ImsdkReset();
@@ -23,9 +18,10 @@ TEST(ImWithoutTaskThread, LoginIsDroppedUntilAThreadCanStart) {
   manager->SetEventCallback(&journal);
   manager->SetWhiteBoardCallback(&journal);
 
-  base::SetThreadStarterForTesting(&RefuseThread);
-  manager->LogInAndJoinGroup("1", "2", "alice", "sig", "group-1");
-  base::SetThreadStarterForTesting(nullptr);
+  {
+    testing_support::RefuseThreads refuse;
+    manager->LogInAndJoinGroup("1", "2", "alice", "sig", "group-1");
+  }
   EXPECT_EQ(log.Count(L"CreateThread failed!", L"ImManagerImpl"), 1);
   manager->SendWhiteBoardData("abc", 3, nullptr);
   manager->ReLogIn();
