@@ -41,70 +41,106 @@ std::vector<uint8_t> MakeSource(int width, int height) {
   return pixels;
 }
 
+// One source size into the 1920 x 1080 target, as the scaler does it (the
+// first call rebuilds, so the constructor makes it).
+class ScalerCase {
+ public:
+  explicit ScalerCase(const benchmark::State& state)
+      : width_(static_cast<int>(state.range(0))),
+        height_(static_cast<int>(state.range(1))),
+        source_(MakeSource(width_, height_)),
+        target_(CreateI420Frame(kTargetWidth, kTargetHeight, false, 1)) {
+    Scale();
+  }
+  ~ScalerCase() { FreeI420Frame(target_); }
+  ScalerCase(const ScalerCase&) = delete;
+  ScalerCase& operator=(const ScalerCase&) = delete;
+
+  void Scale() {
+    scaler_.Scale(target_->planes[0], target_->linesizes[0], target_->planes[1], target_->linesizes[1],
+                  target_->planes[2], target_->linesizes[2], kTargetWidth, kTargetHeight, source_.data(),
+                  width_ * 4, width_, height_, AV_PIX_FMT_BGRA, kFit);
+  }
+  const FrameScaler& scaler() const { return scaler_; }
+  const I420Frame* target() const { return target_; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  const uint8_t* source() const { return source_.data(); }
+
+ private:
+  const int width_;
+  const int height_;
+  const std::vector<uint8_t> source_;
+  I420Frame* const target_;
+  FrameScaler scaler_;
+};
+
+// The conversion alone, as the scaler sets it up: the case's source into an
+// image of the fitted size, alignment 1, bicubic, no paint and no placing.
+class RawConversion {
+ public:
+  explicit RawConversion(const ScalerCase& c)
+      : height_(c.height()),
+        source_planes_{c.source(), nullptr, nullptr, nullptr},
+        source_linesizes_{c.width() * 4, 0, 0, 0} {
+    const int width = c.scaler().fitted_width();
+    const int height = c.scaler().fitted_height();
+    av_image_alloc(planes_, linesizes_, width, height, AV_PIX_FMT_YUV420P, 1);
+    context_ = sws_getContext(c.width(), c.height(), AV_PIX_FMT_BGRA, width, height, AV_PIX_FMT_YUV420P,
+                              SWS_BICUBIC, nullptr, nullptr, nullptr);
+    Run();
+  }
+  ~RawConversion() {
+    sws_freeContext(context_);
+    av_freep(&planes_[0]);
+  }
+  RawConversion(const RawConversion&) = delete;
+  RawConversion& operator=(const RawConversion&) = delete;
+
+  void Run() { sws_scale(context_, source_planes_, source_linesizes_, 0, height_, planes_, linesizes_); }
+  const uint8_t* output() const { return planes_[0]; }
+
+ private:
+  const int height_;
+  const uint8_t* const source_planes_[4];
+  const int source_linesizes_[4];
+  uint8_t* planes_[4] = {};
+  int linesizes_[4] = {};
+  SwsContext* context_ = nullptr;
+};
+
 void BM_FrameScalerScale(benchmark::State& state) {
-  const int source_width = static_cast<int>(state.range(0));
-  const int source_height = static_cast<int>(state.range(1));
-  const std::vector<uint8_t> source = MakeSource(source_width, source_height);
-  I420Frame* target = CreateI420Frame(kTargetWidth, kTargetHeight, false, 1);
-  FrameScaler scaler;
-  auto scale = [&] {
-    scaler.Scale(target->planes[0], target->linesizes[0], target->planes[1], target->linesizes[1],
-                 target->planes[2], target->linesizes[2], kTargetWidth, kTargetHeight, source.data(),
-                 source_width * 4, source_width, source_height, AV_PIX_FMT_BGRA, kFit);
-  };
-  scale();  // the rebuild happens here, outside the measured steady state
+  ScalerCase c(state);  // the rebuild happens here, outside the measured steady state
   int64_t allocations = 0;
   for (auto _ : state) {
     const int64_t before = bench::AllocationCount();
-    scale();
+    c.Scale();
     allocations += bench::AllocationCount() - before;
-    benchmark::DoNotOptimize(target->data);
+    benchmark::DoNotOptimize(c.target()->data);
     benchmark::ClobberMemory();
   }
   state.counters["allocs_per_frame"] =
       benchmark::Counter(static_cast<double>(allocations) / static_cast<double>(state.iterations()));
-  state.counters["rebuilds"] = scaler.rebuild_count();
-  state.counters["fitted_w"] = scaler.fitted_width();
-  state.counters["fitted_h"] = scaler.fitted_height();
-  FreeI420Frame(target);
+  state.counters["rebuilds"] = c.scaler().rebuild_count();
+  state.counters["fitted_w"] = c.scaler().fitted_width();
+  state.counters["fitted_h"] = c.scaler().fitted_height();
 }
 
-// The conversion alone, as the scaler sets it up: into an image of the fitted
-// size, alignment 1, bicubic, no paint and no placing.
+// The conversion alone. The scaler case is made only for the fitted size, so
+// that both sides use the same arithmetic.
 void BM_SwsScaleRaw(benchmark::State& state) {
-  const int source_width = static_cast<int>(state.range(0));
-  const int source_height = static_cast<int>(state.range(1));
-  const std::vector<uint8_t> source = MakeSource(source_width, source_height);
-  FrameScaler probe;  // only for the fitted size, so both sides use the same arithmetic
-  I420Frame* target = CreateI420Frame(kTargetWidth, kTargetHeight, false, 1);
-  probe.Scale(target->planes[0], target->linesizes[0], target->planes[1], target->linesizes[1],
-              target->planes[2], target->linesizes[2], kTargetWidth, kTargetHeight, source.data(),
-              source_width * 4, source_width, source_height, AV_PIX_FMT_BGRA, kFit);
-  const int fitted_width = probe.fitted_width();
-  const int fitted_height = probe.fitted_height();
-  FreeI420Frame(target);
-
-  uint8_t* planes[4] = {};
-  int linesizes[4] = {};
-  av_image_alloc(planes, linesizes, fitted_width, fitted_height, AV_PIX_FMT_YUV420P, 1);
-  SwsContext* context =
-      sws_getContext(source_width, source_height, AV_PIX_FMT_BGRA, fitted_width, fitted_height,
-                     AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
-  const uint8_t* const source_planes[4] = {source.data(), nullptr, nullptr, nullptr};
-  const int source_linesizes[4] = {source_width * 4, 0, 0, 0};
-  sws_scale(context, source_planes, source_linesizes, 0, source_height, planes, linesizes);
+  ScalerCase c(state);
+  RawConversion raw(c);
   int64_t allocations = 0;
   for (auto _ : state) {
     const int64_t before = bench::AllocationCount();
-    sws_scale(context, source_planes, source_linesizes, 0, source_height, planes, linesizes);
+    raw.Run();
     allocations += bench::AllocationCount() - before;
-    benchmark::DoNotOptimize(planes[0]);
+    benchmark::DoNotOptimize(raw.output());
     benchmark::ClobberMemory();
   }
   state.counters["allocs_per_frame"] =
       benchmark::Counter(static_cast<double>(allocations) / static_cast<double>(state.iterations()));
-  sws_freeContext(context);
-  av_freep(&planes[0]);
 }
 
 // The thread's CPU time. Its clock ticks coarsely (10 ms under Wine), so a
@@ -125,29 +161,8 @@ double ThreadCpuMs() {
 // per-frame ratios.
 void BM_ScalePairedWithRaw(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;
-  const int source_width = static_cast<int>(state.range(0));
-  const int source_height = static_cast<int>(state.range(1));
-  const std::vector<uint8_t> source = MakeSource(source_width, source_height);
-  I420Frame* target = CreateI420Frame(kTargetWidth, kTargetHeight, false, 1);
-  FrameScaler scaler;
-  auto scale = [&] {
-    scaler.Scale(target->planes[0], target->linesizes[0], target->planes[1], target->linesizes[1],
-                 target->planes[2], target->linesizes[2], kTargetWidth, kTargetHeight, source.data(),
-                 source_width * 4, source_width, source_height, AV_PIX_FMT_BGRA, kFit);
-  };
-  scale();
-  uint8_t* planes[4] = {};
-  int linesizes[4] = {};
-  av_image_alloc(planes, linesizes, scaler.fitted_width(), scaler.fitted_height(), AV_PIX_FMT_YUV420P, 1);
-  SwsContext* context =
-      sws_getContext(source_width, source_height, AV_PIX_FMT_BGRA, scaler.fitted_width(),
-                     scaler.fitted_height(), AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
-  const uint8_t* const source_planes[4] = {source.data(), nullptr, nullptr, nullptr};
-  const int source_linesizes[4] = {source_width * 4, 0, 0, 0};
-  auto raw = [&] {
-    sws_scale(context, source_planes, source_linesizes, 0, source_height, planes, linesizes);
-  };
-  raw();
+  ScalerCase c(state);
+  RawConversion raw(c);
 
   std::vector<double> scale_ms, raw_ms, ratios;
   double cpu_ms[2] = {0, 0};
@@ -159,9 +174,9 @@ void BM_ScalePairedWithRaw(benchmark::State& state) {
       const double cpu_start = ThreadCpuMs();
       const Clock::time_point start = Clock::now();
       if (run_scale) {
-        scale();
+        c.Scale();
       } else {
-        raw();
+        raw.Run();
       }
       benchmark::ClobberMemory();
       times[run_scale ? 0 : 1] = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
@@ -181,9 +196,6 @@ void BM_ScalePairedWithRaw(benchmark::State& state) {
   state.counters["raw_ms"] = median(raw_ms);
   state.counters["ratio"] = median(ratios);
   state.counters["cpu_ratio"] = cpu_ms[1] > 0 ? cpu_ms[0] / cpu_ms[1] : 0;
-  sws_freeContext(context);
-  av_freep(&planes[0]);
-  FreeI420Frame(target);
 }
 
 // Each size's two cases side by side, so that a slow phase of a shared
