@@ -137,8 +137,9 @@ void RTCEngineImpl::RunTaskLoop() {
 }
 
 bool RTCEngineImpl::Post(UINT message, WPARAM param) {
-  if (task_thread_id_ == 0) return false;
-  return PostThreadMessageW(task_thread_id_, message, param, 0) != FALSE;
+  const DWORD thread_id = task_thread_id_;
+  if (thread_id == 0) return false;
+  return PostThreadMessageW(thread_id, message, param, 0) != FALSE;
 }
 
 void RTCEngineImpl::Initialize(void* /*reserved*/, RTCEngineEvent* event) {
@@ -220,7 +221,7 @@ bool RTCEngineImpl::EnterRoom(const char* app_id, const char* room_id, const cha
 }
 
 bool RTCEngineImpl::ReEnterRoom() {
-  if (task_thread_id_ != 0) Post(kTaskEnterRoom, 0);
+  Post(kTaskEnterRoom, 0);
   return true;
 }
 

@@ -195,7 +195,9 @@ class RTCEngineImpl : public RTCEngine,
   AudioDeviceTest* audio_device_test_ = nullptr;
   std::atomic<bool> is_record_system_voice_{false};
   base::ScopedHandle stop_event_;
-  DWORD task_thread_id_ = 0;
+  // Written once the thread starts, while the SDK it made may already be
+  // calling back on threads of its own that post through it.
+  std::atomic<DWORD> task_thread_id_{0};
   base::ScopedHandle ready_event_;
 
   // The chosen device names. A leaf lock: held only to copy a name in or out,
