@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "audio.h"
+#include "roomcore/audio.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "clock.h"
+#include "roomcore/clock.h"
 
 #include <windows.h>
 // windows.h first: mmsystem.h needs its types.

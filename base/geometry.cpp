@@ -1,9 +1,9 @@
-#include "geometry.h"
+#include "roomcore/geometry.h"
 
 #include <cmath>
 #include <cstring>
 
-#include "fundus.h"
+#include "fundus/fundus.h"
 
 namespace {
 

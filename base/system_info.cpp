@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "process.h"
+#include "roomcore/process.h"
 
 namespace {
 

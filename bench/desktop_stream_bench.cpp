@@ -10,7 +10,7 @@
 
 #include "allocation_hooks.h"
 #include "liteav_control.h"
-#include "rtc_engine.h"
+#include "roomcore/rtc_engine.h"
 
 namespace {
 

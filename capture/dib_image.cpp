@@ -1,4 +1,4 @@
-#include "dib_image.h"
+#include "roomcore/dib_image.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,7 +8,7 @@
 static_assert(sizeof(BITMAPINFOHEADER) == 40, "the bitmap header is 40 bytes");
 static_assert(sizeof(BITMAPINFO) == 44, "a header and one colour entry");
 static_assert(sizeof(BITMAPFILEHEADER) == 14, "the file header is 14 bytes");
-static_assert(sizeof(BITMAP) == 24, "GetObjectW reads 24 bytes");
+static_assert(sizeof(BITMAP) == (sizeof(void*) == 8 ? 32 : 24), "GetObjectW reads the whole record");
 
 void InitBitMapInfoHeader(int width, int height, bool top_down, int bit_count, BITMAPINFOHEADER* header) {
   std::memset(header, 0, sizeof(*header));

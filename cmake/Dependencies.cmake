@@ -1,9 +1,18 @@
-# FFmpeg (cross-built by scripts/build-ffmpeg.sh), RapidJSON, GoogleTest, and
-# the platform libraries the library links.
-set(ROOMCORE_CACHE "/var/cache/roomcore" CACHE PATH "Where scripts/setup.sh keeps cross-built dependencies")
-set(FFMPEG_ROOT "${ROOMCORE_CACHE}/ffmpeg" CACHE PATH "Cross-built FFmpeg")
+# FFmpeg, GoogleTest and Google Benchmark (cross-built per architecture by
+# scripts/setup.sh), RapidJSON, and the platform libraries the library links.
+if(NOT ROOMCORE_ARCH)
+  message(FATAL_ERROR "Configure with -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake or cmake/mingw-x86_64.cmake")
+endif()
+if(DEFINED ENV{ROOMCORE_CACHE})
+  set(roomcore_cache_default "$ENV{ROOMCORE_CACHE}")
+else()
+  set(roomcore_cache_default "/var/cache/roomcore")
+endif()
+set(ROOMCORE_CACHE "${roomcore_cache_default}" CACHE PATH "Where scripts/setup.sh keeps cross-built dependencies")
+set(ROOMCORE_DEPS "${ROOMCORE_CACHE}/${ROOMCORE_ARCH}")
+set(FFMPEG_ROOT "${ROOMCORE_DEPS}/ffmpeg" CACHE PATH "Cross-built FFmpeg")
 if(NOT EXISTS "${FFMPEG_ROOT}/include/libswscale/swscale.h")
-  message(FATAL_ERROR "FFmpeg for MinGW not found in ${FFMPEG_ROOT}: run scripts/setup.sh")
+  message(FATAL_ERROR "FFmpeg for MinGW (${ROOMCORE_ARCH}) not found in ${FFMPEG_ROOT}: run scripts/setup.sh")
 endif()
 
 add_library(ffmpeg INTERFACE)
@@ -12,11 +21,11 @@ target_link_libraries(ffmpeg INTERFACE
   ${FFMPEG_ROOT}/lib/libswscale.dll.a
   ${FFMPEG_ROOT}/lib/libswresample.dll.a
   ${FFMPEG_ROOT}/lib/libavutil.dll.a)
-# Copied at build time, so that a rebuilt cache reaches every build tree.
-file(GLOB FFMPEG_DLLS ${FFMPEG_ROOT}/bin/*.dll)
+# The DLLs are listed and copied at build time, so that a rebuilt cache
+# (another FFmpeg version, say) reaches every build tree.
 add_custom_target(ffmpeg_runtime
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/bin
-  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${FFMPEG_DLLS} ${CMAKE_BINARY_DIR}/bin
+  COMMAND ${CMAKE_COMMAND} -DFROM=${FFMPEG_ROOT}/bin -DTO=${CMAKE_BINARY_DIR}/bin
+          -P ${CMAKE_SOURCE_DIR}/cmake/CopyDlls.cmake
   VERBATIM)
 add_dependencies(ffmpeg ffmpeg_runtime)
 
@@ -29,14 +38,16 @@ add_library(rapidjson INTERFACE)
 file(COPY /usr/include/rapidjson DESTINATION ${CMAKE_BINARY_DIR}/third_party/include)
 target_include_directories(rapidjson SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/third_party/include)
 
-# Everything roomcore.dll links: the platform, the companion and SDK DLLs
-# (stand-ins here) and FFmpeg.
+# The contracts of the SDKs and of Fundus.dll: the library compiles against
+# these alone; the stand-ins implement them.
+add_library(roomcore_sdk INTERFACE)
+target_include_directories(roomcore_sdk INTERFACE ${CMAKE_SOURCE_DIR}/sdk)
+
+# Everything roomcore.dll links: the platform, the companion and SDK DLLs and
+# FFmpeg. The stand-ins give only their import libraries here (LINK_ONLY), so
+# no test-control header is within the library's reach.
 add_library(roomcore_platform INTERFACE)
 target_link_libraries(roomcore_platform INTERFACE
-  fundus ffmpeg rapidjson
+  roomcore_sdk ffmpeg rapidjson
+  $<LINK_ONLY:fundus> $<LINK_ONLY:liteav> $<LINK_ONLY:imsdk>
   ole32 oleaut32 uuid winmm user32 gdi32 dwmapi psapi version shlwapi)
-foreach(sdk liteav imsdk)
-  if(EXISTS ${CMAKE_SOURCE_DIR}/standins/${sdk}/CMakeLists.txt)
-    target_link_libraries(roomcore_platform INTERFACE ${sdk})
-  endif()
-endforeach()

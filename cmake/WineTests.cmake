@@ -1,14 +1,20 @@
 # Tests are Windows programs: CTest runs them, and discovers their cases,
-# through scripts/wine-run.sh (Wine in a private prefix inside the build tree).
-set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/wine-run.sh)
+# through scripts/wine-run.sh (Wine of the build's architecture, in a private
+# prefix inside the build tree).
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/wine-run.sh ${ROOMCORE_ARCH})
 
-set(GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources (Debian's googletest package)")
-if(NOT EXISTS ${GTEST_SOURCE_DIR}/CMakeLists.txt)
-  message(FATAL_ERROR "GoogleTest sources not found in ${GTEST_SOURCE_DIR}: run scripts/setup.sh")
+# GoogleTest and GoogleMock, cross-built once per architecture.
+set(GTEST_ROOT "${ROOMCORE_DEPS}/googletest" CACHE PATH "Cross-built GoogleTest")
+if(NOT EXISTS ${GTEST_ROOT}/lib/libgtest.a)
+  message(FATAL_ERROR "GoogleTest for MinGW (${ROOMCORE_ARCH}) not found in ${GTEST_ROOT}: run scripts/setup.sh")
 endif()
-set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
-set(gtest_disable_pthreads OFF CACHE BOOL "" FORCE)
-add_subdirectory(${GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+foreach(lib gtest gtest_main gmock)
+  add_library(${lib} STATIC IMPORTED)
+  set_target_properties(${lib} PROPERTIES
+    IMPORTED_LOCATION ${GTEST_ROOT}/lib/lib${lib}.a
+    INTERFACE_INCLUDE_DIRECTORIES ${GTEST_ROOT}/include)
+endforeach()
+set_target_properties(gtest_main gmock PROPERTIES INTERFACE_LINK_LIBRARIES gtest)
 
 include(GoogleTest)
 

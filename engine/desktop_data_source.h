@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "ITRTCCloud.h"
+#include "liteav/ITRTCCloud.h"
 #include "base/i420_frame.h"
 
 class DesktopDataSource : public ILiteAVStreamDataSource {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/text.h"
-#include "fundus.h"
+#include "fundus/fundus.h"
 
 #define RTC_LOG(...) Util::Log::Info(L"RTCEngineImpl", __VA_ARGS__)
 

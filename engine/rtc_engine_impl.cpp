@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/thread_start.h"
-#include "clock.h"
+#include "roomcore/clock.h"
 #include "engine/desktop_data_source.h"
 #include "engine/engine_util.h"
 

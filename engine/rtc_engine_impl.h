@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "ITRTCCloud.h"
+#include "liteav/ITRTCCloud.h"
 #include "audio/audio_device_test_event.h"
 #include "base/lock.h"
 #include "base/scoped_handle.h"
-#include "rtc_engine.h"
+#include "roomcore/rtc_engine.h"
 
 class AudioDeviceTest;
 class DesktopDataSource;

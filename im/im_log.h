@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/text.h"
-#include "fundus.h"
+#include "fundus/fundus.h"
 
 namespace im {
 

@@ -10,7 +10,7 @@
 
 #include "base/thread_start.h"
 #include "im/im_log.h"
-#include "imsdk.h"
+#include "imsdk/imsdk.h"
 
 using im::Log;
 using im::Wide;

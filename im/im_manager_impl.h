@@ -14,7 +14,7 @@
 
 #include "base/lock.h"
 #include "base/scoped_handle.h"
-#include "im_manager.h"
+#include "roomcore/im_manager.h"
 
 class ImManagerImpl;
 

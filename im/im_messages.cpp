@@ -11,7 +11,7 @@
 
 #include "im/im_log.h"
 #include "im/im_manager_impl.h"
-#include "imsdk.h"
+#include "imsdk/imsdk.h"
 
 using im::Log;
 using im::Wide;

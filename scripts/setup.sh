@@ -1,19 +1,22 @@
 #!/usr/bin/env bash
-# Installs everything the build and the tests need, and builds what Debian
-# doesn't ship for MinGW (FFmpeg's three libraries, Google Benchmark).
+# Installs everything the build and the tests need, and cross-builds for both
+# Windows targets (x86 and x64) what Debian doesn't ship for MinGW: FFmpeg's
+# three libraries, GoogleTest and Google Benchmark, cached by architecture
+# and version under $ROOMCORE_CACHE (default /var/cache/roomcore).
 # Idempotent: a second run only checks.
 set -euo pipefail
-
-here=$(cd "$(dirname "$0")/.." && pwd)
-cache=${ROOMCORE_CACHE:-/var/cache/roomcore}
+source "$(dirname "$0")/lib.sh"
 sudo_=""
 [ "$(id -u)" -eq 0 ] || sudo_="sudo"
 
 log() { echo "[setup] $*"; }
+fail() { echo "[setup] error: $*" >&2; exit 1; }
 
-packages=(cmake ninja-build g++-mingw-w64-i686-posix nasm make pkg-config
+packages=(cmake ninja-build make pkg-config nasm dpkg-dev python3 file
+  g++-mingw-w64-i686-posix binutils-mingw-w64-i686
+  g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine32:i386 wine64 xvfb xauth pulseaudio pulseaudio-utils
-  rapidjson-dev googletest dpkg-dev python3 file binutils-mingw-w64-i686)
+  rapidjson-dev googletest ffmpeg)
 
 need_install=0
 for p in "${packages[@]}"; do
@@ -40,9 +43,15 @@ if [ ! -f "$pin" ]; then
 fi
 
 # Source entries for apt-get source, derived from the machine's own lists so
-# that no registry host is written into the project.
+# that no registry host is written into the project. A file without a single
+# entry (a machine whose lists had none to derive from at the time) is made
+# again rather than trusted.
 src=/etc/apt/sources.list.d/roomcore-src.sources
-if [ ! -f "$src" ]; then
+srclist=/etc/apt/sources.list.d/roomcore-src.list
+src_entries() {
+  cat "$src" "$srclist" 2>/dev/null | grep -cE '^(Types: deb-src|deb-src )' || true
+}
+if [ "$(src_entries)" -eq 0 ]; then
   log "adding deb-src entries derived from the machine's sources"
   tmp=$(mktemp)
   for f in /etc/apt/sources.list.d/*.sources; do
@@ -52,13 +61,15 @@ if [ ! -f "$src" ]; then
     awk 'BEGIN{RS="";ORS="\n\n"} /debian-archive-keyring/ && !/debian-security/ {print}' "$f" |
       sed -e 's/^Types:.*/Types: deb-src/' >>"$tmp"
   done
+  $sudo_ rm -f "$src" "$srclist"
+  [ -s "$tmp" ] && $sudo_ cp "$tmp" "$src"
   if [ -f /etc/apt/sources.list ]; then
-    grep -E '^deb ' /etc/apt/sources.list | grep -v security | sed 's/^deb /deb-src /' >"${tmp}.list" || true
-    if [ -s "${tmp}.list" ]; then $sudo_ cp "${tmp}.list" /etc/apt/sources.list.d/roomcore-src.list; fi
-    rm -f "${tmp}.list"
+    grep -E '^deb ' /etc/apt/sources.list | grep -v security | sed 's/^deb /deb-src /' >"$tmp" || true
+    [ -s "$tmp" ] && $sudo_ cp "$tmp" "$srclist"
   fi
-  $sudo_ cp "$tmp" "$src"
   rm -f "$tmp"
+  [ "$(src_entries)" -gt 0 ] ||
+    fail "no Debian archive entry found in /etc/apt/sources.list or /etc/apt/sources.list.d/*.sources to derive deb-src entries from"
   apt_sources_changed=1
 fi
 
@@ -70,15 +81,19 @@ if [ "$need_install" -eq 1 ] || [ "$apt_sources_changed" -eq 1 ]; then
 fi
 if [ "$need_install" -eq 1 ]; then
   log "installing packages"
-  DEBIAN_FRONTEND=noninteractive $sudo_ apt-get install -y -q --no-install-recommends "${packages[@]}" >/dev/null
+  out=$(mktemp)
+  DEBIAN_FRONTEND=noninteractive $sudo_ apt-get install -y -q --no-install-recommends "${packages[@]}" >"$out" 2>&1 ||
+    { tail -30 "$out" >&2; rm -f "$out"; fail "apt-get install failed"; }
+  rm -f "$out"
 fi
 
-$sudo_ mkdir -p "$cache"
-[ -w "$cache" ] || $sudo_ chown "$(id -u)" "$cache"
+$sudo_ mkdir -p "$roomcore_cache"
+[ -w "$roomcore_cache" ] || $sudo_ chown "$(id -u)" "$roomcore_cache"
 
-# FFmpeg: libavutil, libswscale, libswresample as shared DLLs with x86 asm.
-"$here/scripts/build-ffmpeg.sh" "$cache"
-# Google Benchmark for bench/.
-"$here/scripts/build-benchmark.sh" "$cache" || log "Google Benchmark could not be built; bench/ falls back to its own harness"
-
+for arch in "${roomcore_archs[@]}"; do
+  # FFmpeg: libavutil, libswscale, libswresample as shared DLLs with x86 asm.
+  "$roomcore_root/scripts/build-ffmpeg.sh" "$arch"
+  "$roomcore_root/scripts/build-googletest.sh" "$arch"
+  "$roomcore_root/scripts/build-benchmark.sh" "$arch"
+done
 log "done"

@@ -1,27 +1,17 @@
 #!/usr/bin/env bash
-# Runs a Windows program under 32-bit Wine: CTest's crossing emulator.
-# The prefix lives in the build tree (next to bin/), made once under a lock.
-# Expects DISPLAY and a running wineserver from scripts/test-env.sh; without
-# a DISPLAY it makes its own virtual display (slower).
+# Runs a Windows program under Wine: CTest's crossing emulator.
+#   wine-run.sh ARCH PROGRAM.exe [ARGS...]
+# ARCH is x86 or x64. The prefix lives in the build tree (next to bin/).
+# Uses the display and wineserver of scripts/test-env.sh when they run;
+# otherwise it makes its own virtual display (slower).
 set -euo pipefail
-exe=$1
-shift
+source "$(dirname "$0")/lib.sh"
+arch=$1
+exe=$2
+shift 2
 bin=$(cd "$(dirname "$exe")" && pwd)
-export WINEPREFIX=${ROOMCORE_WINEPREFIX:-$(dirname "$bin")/wineprefix}
-export WINEARCH=win32
-export WINEDEBUG=${WINEDEBUG:--all}
-export WINEDLLOVERRIDES="mscoree,mshtml="
-if [ ! -f "$WINEPREFIX/.roomcore-ready" ]; then
-  mkdir -p "$(dirname "$WINEPREFIX")"
-  (
-    flock 9
-    if [ ! -f "$WINEPREFIX/.roomcore-ready" ]; then
-      wineboot -i >/dev/null 2>&1 || true
-      wineserver -w || true
-      touch "$WINEPREFIX/.roomcore-ready"
-    fi
-  ) 9>"$WINEPREFIX.lock"
-fi
+roomcore_wine_env "$arch" "${ROOMCORE_WINEPREFIX:-$(dirname "$bin")/wineprefix}"
+roomcore_wine_prefix_ready
 # Wine's helper processes (services, explorer) inherit whatever stdout and
 # stderr the first program of a session has and outlive it; handed CTest's
 # pipes they would keep them open and stall it. So the program writes to
@@ -30,10 +20,11 @@ out=$(mktemp)
 err=$(mktemp)
 trap 'rm -f "$out" "$err"' EXIT
 rc=0
-if [ -z "${DISPLAY:-}" ]; then
-  xvfb-run -a wine "$exe" "$@" >"$out" 2>"$err" </dev/null || rc=$?
+if [ -n "${ROOMCORE_TEST_DISPLAY:-}" ]; then
+  DISPLAY=$ROOMCORE_TEST_DISPLAY "$roomcore_wine" "$exe" "$@" >"$out" 2>"$err" </dev/null || rc=$?
 else
-  wine "$exe" "$@" >"$out" 2>"$err" </dev/null || rc=$?
+  xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" \
+    "$roomcore_wine" "$exe" "$@" >"$out" 2>"$err" </dev/null || rc=$?
 fi
 cat "$out"
 cat "$err" >&2

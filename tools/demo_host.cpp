@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "clock.h"
-#include "im_manager.h"
-#include "rtc_engine.h"
+#include "roomcore/clock.h"
+#include "roomcore/im_manager.h"
+#include "roomcore/rtc_engine.h"
 
 namespace {
 

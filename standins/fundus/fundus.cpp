@@ -9,7 +9,7 @@
 #include <string>
 
 #include "fundus_control.h"
-#include "geometry.h"
+#include "roomcore/geometry.h"
 
 namespace {
 

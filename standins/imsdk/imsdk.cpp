@@ -1,6 +1,6 @@
 // Stand-in for imsdk.dll: records every call, answers as scripted, and runs
 // callbacks on a thread of its own. See imsdk_control.h for the behaviour.
-#include "imsdk.h"
+#include "imsdk/imsdk.h"
 
 #include <windows.h>
 

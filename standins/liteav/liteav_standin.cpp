@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "ITRTCCloud.h"
+#include "liteav/ITRTCCloud.h"
 #include "liteav_control.h"
 
 namespace {

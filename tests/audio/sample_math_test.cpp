@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "audio.h"
+#include "roomcore/audio.h"
 
 namespace {
 

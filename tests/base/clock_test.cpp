@@ -1,5 +1,5 @@
 // The exported clock on the real tick.
-#include "clock.h"
+#include "roomcore/clock.h"
 
 #include <windows.h>
 

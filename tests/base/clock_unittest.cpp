@@ -1,5 +1,5 @@
 // The clock driven through its seam: a scripted tick and a recorded sleep.
-#include "clock.h"
+#include "roomcore/clock.h"
 
 #include <gtest/gtest.h>
 

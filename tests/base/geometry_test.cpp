@@ -1,4 +1,4 @@
-#include "geometry.h"
+#include "roomcore/geometry.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "common/log_capture.h"
-#include "fundus.h"
+#include "fundus/fundus.h"
 
 namespace {
 

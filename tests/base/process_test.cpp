@@ -1,4 +1,4 @@
-#include "process.h"
+#include "roomcore/process.h"
 
 #include <windows.h>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "dib_image.h"
+#include "roomcore/dib_image.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "dib_image.h"
+#include "roomcore/dib_image.h"
 
 #include <windows.h>
 

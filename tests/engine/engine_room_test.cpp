@@ -1,6 +1,6 @@
 // Room membership: entering and leaving, user events, quality, statistics,
 // voice volumes.
-#include "clock.h"
+#include "roomcore/clock.h"
 #include "engine_test_support.h"
 
 namespace engine_test {

@@ -16,7 +16,7 @@
 #include "base/scoped_handle.h"
 #include "common/log_capture.h"
 #include "liteav_control.h"
-#include "rtc_engine.h"
+#include "roomcore/rtc_engine.h"
 
 namespace engine_test {
 

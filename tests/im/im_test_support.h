@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "common/log_capture.h"
-#include "im_manager.h"
+#include "roomcore/im_manager.h"
 #include "imsdk_control.h"
 
 namespace im_test {

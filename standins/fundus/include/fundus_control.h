@@ -1,7 +1,7 @@
 // Test control of the Fundus.dll stand-in: a sink that sees every log line.
 #pragma once
 
-#include "fundus.h"
+#include "fundus/fundus.h"
 
 // module: the tag given to Util::Log::Info, or L"TRTC" / L"TIM" for the SDK
 // bridges. message: the formatted text, without timestamp or newline.

@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "imsdk.h"
+#include "imsdk/imsdk.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ITRTCCloud.h"
+#include "liteav/ITRTCCloud.h"
 
 extern "C" {
 
