@@ -60,8 +60,9 @@ for arch in "${archs[@]}"; do
   log=$build/test-run.log
   if [ "$arch" = x86 ] && [ "$runs32" -eq 0 ]; then
     echo "== x86: this machine runs no 32-bit code; checking the DLL's tables only"
-    run_ctest "$build" "$log" -L host
-    if [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]; then
+    # (not through ctest: its test discovery would start the 32-bit programs)
+    if bash "$roomcore_root/tests/check_dll_tables.sh" "$build/bin/roomcore.dll" x86 \
+        "$roomcore_root/tests/exports/roomcore_x86.txt" "$(roomcore_triplet x86)-objdump"; then
       summary+=("x86: not run, this machine runs no 32-bit code (built; table check passed)")
     else
       summary+=("x86: not run, this machine runs no 32-bit code (built; table check FAILED)")
