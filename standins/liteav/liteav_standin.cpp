@@ -219,6 +219,123 @@ int32_t Pull(void* buffer, uint32_t capacity, TRTCVideoFrame* frame) {
   return result;
 }
 
+// A host running against the stand-in alone (the demo) can ask it to act a
+// little more like a room, through the environment:
+//   LITEAV_STANDIN_REMOTE_USER=name  a remote user enters after each enterRoom,
+//                                    with camera video, and sends frames to the
+//                                    render callback registered for it;
+//   LITEAV_STANDIN_PULL_FPS=n        the custom stream is pulled n times a second
+//                                    from the first instance on;
+//   LITEAV_STANDIN_Y4M=path          every pulled picture is appended to a Y4M
+//                                    file, as a transport would send it on
+//                                    (LITEAV_STANDIN_Y4M_RATE: its nominal rate).
+std::string Env(const char* name) {
+  char value[1024];
+  DWORD n = GetEnvironmentVariableA(name, value, sizeof(value));
+  return (n == 0 || n >= sizeof(value)) ? std::string() : std::string(value, n);
+}
+
+// Writes pulled I420 pictures into one Y4M file; pictures of a size other
+// than the first one's can't go into the same stream and are counted instead.
+class Y4mRecorder {
+ public:
+  void Write(const TRTCVideoFrame& frame) {
+    if (frame.width <= 0 || frame.height <= 0 || !frame.data) return;
+    const uint32_t size = static_cast<uint32_t>(frame.width * frame.height +
+                                                2 * ((frame.width + 1) / 2) * ((frame.height + 1) / 2));
+    if (frame.length < size) return;
+    if (!file_) {
+      const std::string path = Env("LITEAV_STANDIN_Y4M");
+      if (path.empty() || failed_) return;
+      file_ = std::fopen(path.c_str(), "wb");
+      if (!file_) {
+        failed_ = true;
+        return;
+      }
+      std::string rate = Env("LITEAV_STANDIN_Y4M_RATE");
+      if (rate.empty()) rate = "12";
+      width_ = frame.width;
+      height_ = frame.height;
+      std::fprintf(file_, "YUV4MPEG2 W%d H%d F%s:1 Ip A1:1 C420jpeg\n", width_, height_, rate.c_str());
+    }
+    if (frame.width != width_ || frame.height != height_) return;
+    std::fputs("FRAME\n", file_);
+    std::fwrite(frame.data, 1, size, file_);
+    std::fflush(file_);
+  }
+
+ private:
+  std::FILE* file_ = nullptr;
+  bool failed_ = false;
+  int width_ = 0;
+  int height_ = 0;
+};
+
+Y4mRecorder& Recorder() {
+  static Y4mRecorder* recorder = new Y4mRecorder;  // used by the pull thread until exit
+  return *recorder;
+}
+
+// The remote user's camera: a 320x180 picture with a bar that moves, sent
+// 15 times a second on the callback thread while the user is in the room.
+std::atomic<bool> g_peer_in_room{false};
+
+void SendPeerFrame(const std::string& user, int n) {
+  const int width = 320, height = 180;
+  static std::vector<char> picture(width * height * 3 / 2);
+  std::memset(picture.data(), 40, width * height);
+  for (int y = 0; y < height; ++y) std::memset(&picture[y * width + (n * 4) % (width - 16)], 220, 16);
+  std::memset(&picture[width * height], 128, width * height / 2);
+  ITRTCVideoRenderCallback* render = nullptr;
+  {
+    std::lock_guard<std::mutex> guard(S().lock);
+    auto it = S().remote_render.find(user);
+    if (it != S().remote_render.end()) render = it->second;
+  }
+  if (!render) return;
+  TRTCVideoFrame frame = TRTCVideoFrame();
+  frame.video_format = TRTCVideoPixelFormat_I420;
+  frame.buffer_type = TRTCVideoBufferType_Buffer;
+  frame.data = picture.data();
+  frame.length = static_cast<uint32_t>(picture.size());
+  frame.width = width;
+  frame.height = height;
+  frame.timestamp = GetTickCount();
+  render->onRenderVideoFrame(user.c_str(), TRTCVideoStreamTypeBig, &frame);
+}
+
+DWORD WINAPI PeerThread(LPVOID) {
+  const std::string user = Env("LITEAV_STANDIN_REMOTE_USER");
+  for (int n = 0; g_peer_in_room; ++n) {
+    Queue([user, n] {
+      if (g_peer_in_room) SendPeerFrame(user, n);
+    });
+    Sleep(66);
+  }
+  return 0;
+}
+
+void PeerEnters() {
+  const std::string user = Env("LITEAV_STANDIN_REMOTE_USER");
+  if (user.empty() || g_peer_in_room.exchange(true)) return;
+  Queue([user] {
+    if (ITRTCCloudCallback* callback = CurrentCallback()) {
+      callback->onUserEnter(user.c_str());
+      callback->onUserVideoAvailable(user.c_str(), true);
+      callback->onUserAudioAvailable(user.c_str(), true);
+    }
+  });
+  ThreadHandle thread(CreateThread(nullptr, 0, &PeerThread, nullptr, 0, nullptr));
+}
+
+void PeerLeaves() {
+  const std::string user = Env("LITEAV_STANDIN_REMOTE_USER");
+  if (user.empty() || !g_peer_in_room.exchange(false)) return;
+  Queue([user] {
+    if (ITRTCCloudCallback* callback = CurrentCallback()) callback->onUserExit(user.c_str(), 0);
+  });
+}
+
 DWORD WINAPI PullThread(LPVOID) {
   State& s = S();
   for (;;) {
@@ -236,7 +353,7 @@ DWORD WINAPI PullThread(LPVOID) {
     if (s.pull_buffer.size() < kPullBufferSize) s.pull_buffer.resize(kPullBufferSize);
     // What comes out goes nowhere: a transport would send it on.
     TRTCVideoFrame frame;
-    Pull(s.pull_buffer.data(), kPullBufferSize, &frame);
+    if (Pull(s.pull_buffer.data(), kPullBufferSize, &frame) > 0) Recorder().Write(frame);
   }
 }
 
@@ -276,10 +393,12 @@ class Cloud : public ITRTCCloud {
       Queue([] {
         if (ITRTCCloudCallback* callback = CurrentCallback()) callback->onEnterRoom(20);
       });
+      PeerEnters();
     }
   }
   void exitRoom() override {
     Record("exitRoom");
+    PeerLeaves();
     if (AutoAnswer()) {
       Queue([] {
         if (ITRTCCloudCallback* callback = CurrentCallback()) callback->onExitRoom(0);
@@ -464,8 +583,17 @@ class Cloud : public ITRTCCloud {
 
 extern "C" {
 
+// The demo's pull starts with the first instance (see LITEAV_STANDIN_PULL_FPS).
+static void StartDemoPull() {
+  static std::atomic<bool> started{false};
+  const std::string fps = Env("LITEAV_STANDIN_PULL_FPS");
+  if (!fps.empty() && !started.exchange(true))
+    LiteavSetPullRate(static_cast<uint32_t>(std::atoi(fps.c_str())));
+}
+
 ITRTCCloud* getTRTCShareInstance() {
   Record("getTRTCShareInstance");
+  StartDemoPull();
   State& s = S();
   std::lock_guard<std::mutex> guard(s.lock);
   if (!s.cloud) {
