@@ -1,0 +1,48 @@
+// The window filter's building blocks and the snapshot's size on a scaled
+// display.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include "picker/top_window_enum_impl.h"
+#include "picker/window_snapshot_impl.h"
+#include "tests/picker/test_windows.h"
+
+namespace {
+
+TEST(TopWindowEnumCallback, KeepsWalkingWhateverItIsGiven) {
+  EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(nullptr, 0), TRUE);  // no object
+  picker::TopWindowEnumImpl windows;
+  EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(nullptr, reinterpret_cast<LPARAM>(&windows)), TRUE);
+  EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(reinterpret_cast<HWND>(0x7FFFFFF0),
+                                                reinterpret_cast<LPARAM>(&windows)),
+            TRUE);
+  EXPECT_EQ(windows.GetWindowAt(0), nullptr);
+
+  picker_testing::WindowOptions options;
+  options.title = L"picker callback";
+  picker_testing::TestWindow window(options);
+  EXPECT_TRUE(picker::IsShareableWindow(window.hwnd()));
+  EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(window.hwnd(), reinterpret_cast<LPARAM>(&windows)), TRUE);
+  EXPECT_EQ(windows.GetWindowAt(0), window.hwnd());
+}
+
+TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
+  struct Case {
+    int width, height, horz, vert, desktop_horz, desktop_vert;
+    SIZE want;
+  } cases[] = {
+      {300, 200, 1280, 1024, 1280, 1024, {300, 200}},  // unscaled
+      {300, 200, 1280, 720, 1920, 1080, {450, 300}},   // 150 %
+      {301, 201, 1280, 720, 1920, 1080, {451, 301}},   // truncated
+      {300, 200, 960, 540, 1920, 1080, {600, 400}},    // 200 %
+      {300, 200, 0, 0, 1920, 1080, {300, 200}},        // no answer from the device
+  };
+  for (const Case& c : cases) {
+    const SIZE got = picker::DeviceSize(c.width, c.height, c.horz, c.vert, c.desktop_horz, c.desktop_vert);
+    EXPECT_EQ(got.cx, c.want.cx) << c.horz << " -> " << c.desktop_horz;
+    EXPECT_EQ(got.cy, c.want.cy) << c.vert << " -> " << c.desktop_vert;
+  }
+}
+
+}  // namespace
