@@ -2,8 +2,6 @@
 
 #include <psapi.h>
 
-#include <vector>
-
 #include "base/scoped_handle.h"
 #include "base/system_info.h"
 #include "capture/scoped_gdi.h"
@@ -63,12 +61,13 @@ HICON FindIcon(HWND window) {
 std::unique_ptr<DibImage> ReadBitmap(HDC dc, HBITMAP bitmap, int width, int height, int bit_count) {
   ReadOutInfo info = {};
   InitBitMapInfo(width, height, true, bit_count, reinterpret_cast<BITMAPINFO*>(&info));
-  std::vector<uint8_t> pixels(info.header.biSizeImage);
-  if (!GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), pixels.data(),
-                 reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS)) {
+  // Not zeroed: the read-out fills it, and a picture is megabytes.
+  std::unique_ptr<uint8_t[]> pixels(new uint8_t[info.header.biSizeImage]);
+  if (!GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), pixels.get(), reinterpret_cast<BITMAPINFO*>(&info),
+                 DIB_RGB_COLORS)) {
     return nullptr;
   }
-  return std::make_unique<DibImage>(reinterpret_cast<const BITMAPINFO*>(&info), pixels.data());
+  return std::make_unique<DibImage>(reinterpret_cast<const BITMAPINFO*>(&info), pixels.get());
 }
 
 }  // namespace

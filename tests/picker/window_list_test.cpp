@@ -28,16 +28,15 @@ bool Contains(const std::vector<HWND>& list, HWND window) {
   return std::find(list.begin(), list.end(), window) != list.end();
 }
 
+BOOL CALLBACK CollectWindow(HWND window, LPARAM param) {
+  reinterpret_cast<std::vector<HWND>*>(param)->push_back(window);
+  return TRUE;
+}
+
 // The platform's own walk of this thread's desktop, unfiltered.
 std::vector<HWND> RawWalk() {
   std::vector<HWND> walk;
-  EnumDesktopWindows(
-      GetThreadDesktop(GetCurrentThreadId()),
-      [](HWND window, LPARAM param) -> BOOL {
-        reinterpret_cast<std::vector<HWND>*>(param)->push_back(window);
-        return TRUE;
-      },
-      reinterpret_cast<LPARAM>(&walk));
+  EnumDesktopWindows(GetThreadDesktop(GetCurrentThreadId()), &CollectWindow, reinterpret_cast<LPARAM>(&walk));
   return walk;
 }
 
