@@ -29,7 +29,7 @@ BOOL CALLBACK TopWindowEnumImpl::OnWindow(HWND window, LPARAM param) {
   // Nothing may escape into the platform's walk; a window that fails here is
   // simply not listed.
   try {
-    if (IsShareableWindow(window)) self->windows_.push_back(window);
+    if (self->Accepts(window)) self->windows_.push_back(window);
   } catch (...) {
   }
   return TRUE;

@@ -26,6 +26,10 @@ class TopWindowEnumImpl : public TopWindowEnum {
   // walk, so it answers TRUE in every case.
   static BOOL CALLBACK OnWindow(HWND window, LPARAM param);
 
+ protected:
+  // The filter; tests put a failing one in its place.
+  virtual bool Accepts(HWND window) { return IsShareableWindow(window); }
+
  private:
   std::vector<HWND> windows_;
 };

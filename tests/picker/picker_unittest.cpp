@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
 #include "picker/top_window_enum_impl.h"
 #include "picker/window_snapshot_impl.h"
 #include "tests/picker/test_windows.h"
@@ -25,6 +29,35 @@ TEST(TopWindowEnumCallback, KeepsWalkingWhateverItIsGiven) {
   EXPECT_TRUE(picker::IsShareableWindow(window.hwnd()));
   EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(window.hwnd(), reinterpret_cast<LPARAM>(&windows)), TRUE);
   EXPECT_EQ(windows.GetWindowAt(0), window.hwnd());
+}
+
+// A filter that throws for one window, as a failing allocation would.
+class ThrowingFilter : public picker::TopWindowEnumImpl {
+ public:
+  explicit ThrowingFilter(HWND bad) : bad_(bad) {}
+
+ protected:
+  bool Accepts(HWND window) override {
+    if (window == bad_) throw std::runtime_error("bad window");
+    return TopWindowEnumImpl::Accepts(window);
+  }
+
+ private:
+  HWND bad_;
+};
+
+TEST(TopWindowEnumCallback, AnExceptionDropsOneWindowAndTheWalkGoesOn) {
+  picker_testing::WindowOptions options;
+  options.title = L"picker throws";
+  picker_testing::TestWindow bad(options);
+  options.title = L"picker kept";
+  picker_testing::TestWindow kept(options);
+  ThrowingFilter windows(bad.hwnd());
+  const int count = windows.EnumerateWindows();
+  std::vector<HWND> listed;
+  for (int i = 0; i < count; ++i) listed.push_back(windows.GetWindowAt(i));
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), bad.hwnd()), 0);
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), kept.hwnd()), 1);
 }
 
 TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
