@@ -46,7 +46,8 @@ class ROOMCORE_API WindowSnapshot {
   static void Release(WindowSnapshot* snapshot);
 
   virtual HWND GetWindow() = 0;
-  // At most 511 characters.
+  // The window text when the snapshot was made: read into room for 511
+  // characters and the end mark, so at most 510 of them.
   virtual std::wstring GetTitle() = 0;
   // The file name of the process's image, without its folder; empty when the
   // process can't be opened.
