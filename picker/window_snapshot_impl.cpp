@@ -134,6 +134,30 @@ DibImage* WindowSnapshotImpl::GetIcon() {
 // bitmap of the size GetWindowRect gives would hold only its top left part.
 // So the window is drawn at its device size and then scaled down to the size
 // the host sees; where the two agree it is drawn straight into the picture.
+std::unique_ptr<DibImage> PictureOfWindow(HWND window, HDC dc, int width, int height, const SIZE& device) {
+  const UINT flags = GetWindowsVersion() >= 5 ? kPrintFullContent : 0;
+  capture::ScopedCreateDC memory(CreateCompatibleDC(dc));
+  capture::ScopedBitmap bitmap(CreateCompatibleBitmap(dc, width, height));
+  if (!memory || !bitmap) return nullptr;
+  {
+    capture::ScopedSelectObject selected(memory.get(), bitmap.get());
+    if (device.cx == width && device.cy == height) {
+      PrintWindow(window, memory.get(), flags);
+    } else {
+      capture::ScopedCreateDC full_dc(CreateCompatibleDC(dc));
+      capture::ScopedBitmap full(CreateCompatibleBitmap(dc, device.cx, device.cy));
+      if (!full_dc || !full) return nullptr;
+      capture::ScopedSelectObject full_selected(full_dc.get(), full.get());
+      PrintWindow(window, full_dc.get(), flags);
+      SetStretchBltMode(memory.get(), HALFTONE);
+      SetBrushOrgEx(memory.get(), 0, 0, nullptr);
+      StretchBlt(memory.get(), 0, 0, width, height, full_dc.get(), 0, 0, device.cx, device.cy, SRCCOPY);
+    }
+  }
+  // Always 32 bits a pixel, whatever the display's depth.
+  return ReadBitmap(dc, bitmap.get(), width, height, 32);
+}
+
 DibImage* WindowSnapshotImpl::GetPicture() {
   if (!window_) return nullptr;
   RECT rect = {};
@@ -147,30 +171,8 @@ DibImage* WindowSnapshotImpl::GetPicture() {
   const SIZE device =
       DeviceSize(width, height, GetDeviceCaps(dc.get(), HORZRES), GetDeviceCaps(dc.get(), VERTRES),
                  GetDeviceCaps(dc.get(), DESKTOPHORZRES), GetDeviceCaps(dc.get(), DESKTOPVERTRES));
-  const UINT flags = GetWindowsVersion() >= 5 ? kPrintFullContent : 0;
-
-  capture::ScopedCreateDC memory(CreateCompatibleDC(dc.get()));
-  capture::ScopedBitmap bitmap(CreateCompatibleBitmap(dc.get(), width, height));
-  if (!memory || !bitmap) return nullptr;
-  {
-    capture::ScopedSelectObject selected(memory.get(), bitmap.get());
-    if (device.cx == width && device.cy == height) {
-      PrintWindow(window_, memory.get(), flags);
-    } else {
-      capture::ScopedCreateDC full_dc(CreateCompatibleDC(dc.get()));
-      capture::ScopedBitmap full(CreateCompatibleBitmap(dc.get(), device.cx, device.cy));
-      if (full_dc && full) {
-        capture::ScopedSelectObject full_selected(full_dc.get(), full.get());
-        PrintWindow(window_, full_dc.get(), flags);
-        SetStretchBltMode(memory.get(), HALFTONE);
-        SetBrushOrgEx(memory.get(), 0, 0, nullptr);
-        StretchBlt(memory.get(), 0, 0, width, height, full_dc.get(), 0, 0, device.cx, device.cy, SRCCOPY);
-      }
-    }
-  }
   picture_.reset();
-  // Always 32 bits a pixel, whatever the display's depth.
-  picture_ = ReadBitmap(dc.get(), bitmap.get(), width, height, 32);
+  picture_ = PictureOfWindow(window_, dc.get(), width, height, device);
   return picture_.get();
 }
 

@@ -18,6 +18,12 @@ namespace picker {
 SIZE DeviceSize(int width, int height, int horz_res, int vert_res, int desktop_horz_res,
                 int desktop_vert_res);
 
+// `window`, which the process sees as `width` x `height` and which is
+// `device` in device pixels, as a top-down 32-bit picture of `width` x
+// `height`; `dc` is the window's device context. Null when a bitmap can't be
+// made or read.
+std::unique_ptr<DibImage> PictureOfWindow(HWND window, HDC dc, int width, int height, const SIZE& device);
+
 class WindowSnapshotImpl : public WindowSnapshot {
  public:
   explicit WindowSnapshotImpl(HWND window);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -76,6 +77,36 @@ TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
     EXPECT_EQ(got.cx, c.want.cx) << c.horz << " -> " << c.desktop_horz;
     EXPECT_EQ(got.cy, c.want.cy) << c.vert << " -> " << c.desktop_vert;
   }
+}
+
+// Where the device has twice the pixels the process sees, the window is
+// drawn at device size and comes back whole at the size the host sees. Here
+// the display isn't scaled, so the window fills only the top left quarter of
+// the device-size drawing: halved, it takes the top left quarter of the
+// picture, and the rest stays black.
+TEST(PictureOfWindow, ADeviceSizeDrawingIsScaledDownToTheSizeTheHostSees) {
+  picker_testing::WindowOptions options;
+  options.style = WS_POPUP | WS_VISIBLE;
+  options.width = 200;
+  options.height = 100;
+  picker_testing::TestWindow window(options);
+  const HDC dc = GetDC(window.hwnd());
+  const std::unique_ptr<DibImage> picture =
+      picker::PictureOfWindow(window.hwnd(), dc, 200, 100, SIZE{400, 200});
+  ReleaseDC(window.hwnd(), dc);
+  ASSERT_NE(picture, nullptr);
+  const BITMAPINFOHEADER& header = picture->bitmap_info()->bmiHeader;
+  EXPECT_EQ(header.biWidth, 200);
+  EXPECT_EQ(header.biHeight, -100);
+  auto pixel = [&](int x, int y) {
+    const uint8_t* p = picture->bits_data() + (static_cast<size_t>(y) * 200 + x) * 4;
+    return RGB(p[2], p[1], p[0]);
+  };
+  EXPECT_EQ(pixel(25, 12), picker_testing::kQuadrantColors[0]);
+  EXPECT_EQ(pixel(75, 12), picker_testing::kQuadrantColors[1]);
+  EXPECT_EQ(pixel(25, 37), picker_testing::kQuadrantColors[2]);
+  EXPECT_EQ(pixel(75, 37), picker_testing::kQuadrantColors[3]);
+  EXPECT_EQ(pixel(150, 75), RGB(0, 0, 0));
 }
 
 }  // namespace
