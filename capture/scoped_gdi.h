@@ -57,6 +57,24 @@ class ScopedGetDC {
   HDC dc_;
 };
 
+// An object selected into a device context; the one it replaced goes back
+// when the scope ends, before the context or the object is deleted (declare
+// it after both).
+class ScopedSelectObject {
+ public:
+  ScopedSelectObject(HDC dc, HGDIOBJ object)
+      : dc_(dc), previous_(dc && object ? SelectObject(dc, object) : nullptr) {}
+  ~ScopedSelectObject() {
+    if (previous_) SelectObject(dc_, previous_);
+  }
+  ScopedSelectObject(const ScopedSelectObject&) = delete;
+  ScopedSelectObject& operator=(const ScopedSelectObject&) = delete;
+
+ private:
+  HDC dc_;
+  HGDIOBJ previous_;
+};
+
 // A palette selected into a device context and realised; the previous one is
 // selected back (as a background palette) and realised when the scope ends.
 class ScopedSelectPalette {
