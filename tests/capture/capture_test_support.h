@@ -69,6 +69,9 @@ class TestWindow {
     if (IsWindow(hwnd_)) SendMessageW(hwnd_, WM_CLOSE, 0, 0);
   }
 
+  // Closes it without waiting for the window's thread to finish.
+  void DestroyAsync() { PostMessageW(hwnd_, WM_CLOSE, 0, 0); }
+
   static void Paint(HDC dc, int width, int height, COLORREF fill) {
     auto rect = [dc](int l, int t, int r, int b, COLORREF c) {
       HBRUSH brush = CreateSolidBrush(c);
