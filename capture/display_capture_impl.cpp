@@ -9,6 +9,8 @@
 #include "capture/scoped_gdi.h"
 #include "roomcore/clock.h"
 
+static_assert(sizeof(MONITORINFOEXW) == 104, "GetMonitorInfoW reads the record with the device name");
+
 namespace {
 
 std::atomic<DisplayCaptureImpl*> g_display_capture{nullptr};

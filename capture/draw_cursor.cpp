@@ -3,6 +3,8 @@
 #include "capture/capture_platform.h"
 #include "capture/scoped_gdi.h"
 
+static_assert(sizeof(CURSORINFO) == (sizeof(void*) == 8 ? 24 : 20), "GetCursorInfo reads the whole record");
+
 namespace capture {
 namespace {
 
