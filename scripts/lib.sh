@@ -105,7 +105,7 @@ roomcore_display_pid=""
 roomcore_start_display() {
   local displayfile
   displayfile=$(mktemp)
-  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$displayfile" >/dev/null 2>&1 &
+  Xvfb -displayfd 3 -screen 0 "${ROOMCORE_SCREEN:-1280x1024x24}" -nolisten tcp 3>"$displayfile" >/dev/null 2>&1 &
   roomcore_display_pid=$!
   for _ in $(seq 1 100); do [ -s "$displayfile" ] && break; sleep 0.1; done
   [ -s "$displayfile" ] || { echo "Xvfb did not start" >&2; rm -f "$displayfile"; return 1; }
