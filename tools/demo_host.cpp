@@ -19,6 +19,8 @@
 // It prints one line per stage with elapsed time and counts, a summary table,
 // and the paths of what it wrote; it exits non-zero when a stage fails.
 #include <windows.h>
+// (after windows.h)
+#include <mmsystem.h>
 
 #include <algorithm>
 #include <atomic>
@@ -142,35 +144,46 @@ const DemoWindowSpec kDemoWindows[] = {
     {L"roomcore demo: agenda", RGB(220, 120, 20), 480, 200, 640, 480},
     {L"roomcore demo: notes", RGB(40, 160, 70), 700, 420, 480, 360},
 };
-// The stage covers the whole screen while the display is shared.
+// The stage fills the screen behind the demo's windows while the display is
+// shared.
 const COLORREF kStageColour = RGB(150, 40, 160);
 
-LRESULT CALLBACK DemoWindowProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  if (message == WM_PAINT) {
-    PAINTSTRUCT paint;
-    HDC dc = BeginPaint(window, &paint);
-    RECT client;
-    GetClientRect(window, &client);
-    const COLORREF colour = static_cast<COLORREF>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    HBRUSH fill = CreateSolidBrush(colour);
-    FillRect(dc, &client, fill);
-    DeleteObject(fill);
-    // A few pale bars near the edges, so that a moving picture shows; the
-    // middle stays the window's own colour.
-    HBRUSH bar = CreateSolidBrush(RGB(245, 245, 245));
-    for (int i = 0; i < 4; ++i) {
-      RECT r = {client.left + 10, client.top + 10 + i * 18, client.left + 10 + (i + 2) * 40,
-                client.top + 20 + i * 18};
-      FillRect(dc, &r, bar);
-    }
-    DeleteObject(bar);
-    HBRUSH frame = CreateSolidBrush(RGB(255, 255, 255));
-    FrameRect(dc, &client, frame);
-    DeleteObject(frame);
-    EndPaint(window, &paint);
-    return 0;
+void PaintDemoWindow(HWND window, HDC dc) {
+  RECT client;
+  GetClientRect(window, &client);
+  const COLORREF colour = static_cast<COLORREF>(GetWindowLongPtrW(window, GWLP_USERDATA));
+  HBRUSH fill = CreateSolidBrush(colour);
+  FillRect(dc, &client, fill);
+  DeleteObject(fill);
+  // A few pale bars near the edges, so that a moving picture shows; the
+  // middle stays the window's own colour.
+  HBRUSH bar = CreateSolidBrush(RGB(245, 245, 245));
+  for (int i = 0; i < 4; ++i) {
+    RECT r = {client.left + 10, client.top + 10 + i * 18, client.left + 10 + (i + 2) * 40,
+              client.top + 20 + i * 18};
+    FillRect(dc, &r, bar);
   }
-  if (message == WM_ERASEBKGND) return 1;
+  DeleteObject(bar);
+  HBRUSH frame = CreateSolidBrush(RGB(255, 255, 255));
+  FrameRect(dc, &client, frame);
+  DeleteObject(frame);
+}
+
+LRESULT CALLBACK DemoWindowProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  switch (message) {
+    case WM_PAINT: {
+      PAINTSTRUCT paint;
+      HDC dc = BeginPaint(window, &paint);
+      PaintDemoWindow(window, dc);
+      EndPaint(window, &paint);
+      return 0;
+    }
+    case WM_PRINTCLIENT:  // a snapshot asks for the picture into its own DC
+      PaintDemoWindow(window, reinterpret_cast<HDC>(wparam));
+      return 0;
+    case WM_ERASEBKGND:
+      return 1;
+  }
   return DefWindowProcW(window, message, wparam, lparam);
 }
 
@@ -191,9 +204,15 @@ class DemoWindows {
   }
   const std::vector<HWND>& windows() const { return windows_; }
   HWND stage() const { return stage_; }
+  // The stage goes behind the demo's windows, as a desktop backdrop.
   void ShowStage(bool show) {
-    SetWindowPos(stage_, show ? HWND_TOPMOST : HWND_NOTOPMOST, 0, 0, 0, 0,
-                 SWP_NOMOVE | SWP_NOSIZE | (show ? SWP_SHOWWINDOW : SWP_HIDEWINDOW));
+    SetWindowPos(stage_, HWND_BOTTOM, 0, 0, 0, 0,
+                 SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | (show ? SWP_SHOWWINDOW : SWP_HIDEWINDOW));
+    // Without a window manager a window that is shown comes up on top
+    // whatever its place in the order, so the others are raised again.
+    for (auto it = windows_.rbegin(); show && it != windows_.rend(); ++it) {
+      SetWindowPos(*it, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    }
   }
 
  private:
@@ -209,19 +228,21 @@ class DemoWindows {
     window_class.lpszClassName = L"RoomcoreDemoWindow";
     RegisterClassExW(&window_class);
     for (const DemoWindowSpec& spec : kDemoWindows) {
-      HWND window = CreateWindowExW(0, window_class.lpszClassName, spec.title, WS_OVERLAPPEDWINDOW, spec.x, spec.y,
-                                    spec.width, spec.height, nullptr, nullptr, window_class.hInstance, nullptr);
+      HWND window =
+          CreateWindowExW(0, window_class.lpszClassName, spec.title, WS_OVERLAPPEDWINDOW, spec.x, spec.y,
+                          spec.width, spec.height, nullptr, nullptr, window_class.hInstance, nullptr);
       if (!window) continue;
       SetWindowLongPtrW(window, GWLP_USERDATA, static_cast<LONG_PTR>(spec.colour));
       ShowWindow(window, SW_SHOWNORMAL);
       UpdateWindow(window);
       self->windows_.push_back(window);
     }
-    // The stage: a popup over the whole screen, hidden until the display is
-    // shared, so that the shared screen shows known content.
-    self->stage_ = CreateWindowExW(WS_EX_TOOLWINDOW, window_class.lpszClassName, L"roomcore demo: stage", WS_POPUP,
-                                   0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN), nullptr,
-                                   nullptr, window_class.hInstance, nullptr);
+    // The stage: a popup as large as the screen, hidden until the display is
+    // shared, so that the shared screen shows known content everywhere.
+    self->stage_ =
+        CreateWindowExW(WS_EX_TOOLWINDOW, window_class.lpszClassName, L"roomcore demo: stage", WS_POPUP, 0, 0,
+                        GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN), nullptr, nullptr,
+                        window_class.hInstance, nullptr);
     if (self->stage_) SetWindowLongPtrW(self->stage_, GWLP_USERDATA, static_cast<LONG_PTR>(kStageColour));
     self->ready_.Set();
     MSG message;
@@ -420,7 +441,8 @@ bool RunPicker(const std::wstring& out, Results* results) {
   }
   TopWindowEnum::Release(windows);
   const bool sheet = SaveContactSheet(pictures, out + L"\\contact_sheet.bmp");
-  Print("picker: %d snapshot(s) saved; contact sheet %s", results->snapshots_saved, sheet ? "saved" : "FAILED");
+  Print("picker: %d snapshot(s) saved; contact sheet %s", results->snapshots_saved,
+        sheet ? "saved" : "FAILED");
   results->outputs.push_back(Narrow(folder) + "\\*.bmp");
   results->outputs.push_back(Narrow(out) + "\\contact_sheet.bmp");
   if (count < static_cast<int>(std::size(kDemoWindows))) {
@@ -453,7 +475,8 @@ class ShareSink : public DisplayCaptureEvent, public WindowCaptureEvent {
     std::lock_guard<std::mutex> hold(mutex_);
     ++statuses_;
   }
-  void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int, int64_t timestamp) override {
+  void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int,
+                      int64_t timestamp) override {
     const bool pushed = engine_->PushDesktopFrame(data, static_cast<int32_t>(size), width, height, timestamp);
     // The capture thread's CPU time so far: grab, cursor, scale and delivery.
     const int64_t cpu = ThreadCpuMicroseconds();
@@ -506,7 +529,7 @@ void PrintShareProgress(const char* what, ShareSink* sink, double seconds) {
   }
 }
 
-bool RunDisplayShare(RTCEngine* engine, ShareSink* sink, DemoWindows* demo, double seconds, Results* results) {
+bool RunDisplayShare(ShareSink* sink, DemoWindows* demo, double seconds, Results* results) {
   DisplayCapture* capture = DisplayCapture::Create();
   const int displays = capture->GetDisplayCount();
   const DisplayInfo* display = capture->GetDisplay(0);
@@ -538,10 +561,10 @@ bool RunDisplayShare(RTCEngine* engine, ShareSink* sink, DemoWindows* demo, doub
   return true;
 }
 
-bool RunWindowShare(RTCEngine* engine, ShareSink* sink, DemoWindows* demo, double seconds, Results* results) {
+bool RunWindowShare(ShareSink* sink, DemoWindows* demo, double seconds, Results* results) {
   HWND window = demo->windows().front();
-  Print("window: sharing \"roomcore demo: whiteboard\" for %.0f s at %d fps while it moves and grows", seconds,
-        kFrameRate);
+  Print("window: sharing \"roomcore demo: whiteboard\" for %.0f s at %d fps while it moves and grows",
+        seconds, kFrameRate);
   WindowCapture* capture = WindowCapture::Create();
   sink->Reset();
   capture->SetCaptureEvent(sink);
@@ -689,8 +712,8 @@ bool RunIm(int strokes, Results* results) {
     for (int i = 0; i < strokes; ++i) {
       char stroke[160];
       std::snprintf(stroke, sizeof(stroke),
-                    "{\"type\":\"stroke\",\"seq\":%d,\"points\":[[%d,%d],[%d,%d]],\"color\":\"#%06x\"}", i, i * 7,
-                    i * 3, i * 7 + 40, i * 3 + 25, (i * 2654435761u) & 0xffffff);
+                    "{\"type\":\"stroke\",\"seq\":%d,\"points\":[[%d,%d],[%d,%d]],\"color\":\"#%06x\"}", i,
+                    i * 7, i * 3, i * 7 + 40, i * 3 + 25, (i * 2654435761u) & 0xffffff);
       sent.push_back(stroke);
       im->SendWhiteBoardData(stroke, static_cast<int>(std::strlen(stroke)), nullptr);
     }
@@ -731,8 +754,8 @@ bool RunIm(int strokes, Results* results) {
 
 // Frames in the Y4M file the stand-in wrote: its size against one frame's.
 int CountY4mFrames(const std::wstring& path) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                            0, nullptr);
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return -1;
   char header[128] = {};
   DWORD read = 0;
@@ -763,9 +786,9 @@ std::string SummaryText(const Results& r, const std::wstring& y4m) {
     text += "\n";
   };
   auto share = [&](const char* name, const ShareResult& s) {
-    add("%-8s captured %5d  pushed %5d  fps %5.1f  cpu/frame %6.2f ms  interval p50 %6.1f ms  p99 %6.1f ms", name,
-        s.captured, s.pushed, s.seconds > 0 ? s.captured / s.seconds : 0.0, s.cpu_ms_per_frame, s.interval_p50_ms,
-        s.interval_p99_ms);
+    add("%-8s captured %5d  pushed %5d  fps %5.1f  cpu/frame %6.2f ms  interval p50 %6.1f ms  p99 %6.1f ms",
+        name, s.captured, s.pushed, s.seconds > 0 ? s.captured / s.seconds : 0.0, s.cpu_ms_per_frame,
+        s.interval_p50_ms, s.interval_p99_ms);
   };
   add("== summary");
   add("remote   frames received from the remote user: %d", r.remote_frames);
@@ -792,7 +815,8 @@ std::string SummaryText(const Results& r, const std::wstring& y4m) {
 
 void SetDefaultEnvironment(const char* name, const std::string& value) {
   char current[8];
-  if (GetEnvironmentVariableA(name, current, sizeof(current)) == 0) SetEnvironmentVariableA(name, value.c_str());
+  if (GetEnvironmentVariableA(name, current, sizeof(current)) == 0)
+    SetEnvironmentVariableA(name, value.c_str());
 }
 
 std::wstring FullPath(const std::wstring& path) {
@@ -877,9 +901,9 @@ int main(int argc, char** argv) {
   ShareSink sink(engine);
   if (in_room) engine->EnableCaptureDesktopVideo(true);
   begin("share the display");
-  if (in_room) RunDisplayShare(engine, &sink, &demo, seconds, &results);
+  if (in_room) RunDisplayShare(&sink, &demo, seconds, &results);
   begin("share a window");
-  if (in_room && !demo.windows().empty()) RunWindowShare(engine, &sink, &demo, seconds, &results);
+  if (in_room && !demo.windows().empty()) RunWindowShare(&sink, &demo, seconds, &results);
   if (in_room) engine->EnableCaptureDesktopVideo(false);
 
   begin("microphone test");

@@ -18,7 +18,7 @@ import os
 import subprocess
 import sys
 
-STAGE = (150, 40, 160)       # the stage that covers the screen during the display share
+STAGE = (150, 40, 160)       # the backdrop that fills the screen during the display share
 WHITEBOARD = (30, 90, 200)   # "roomcore demo: whiteboard", the shared window
 TOLERANCE = 14               # per channel, after RGB -> I420 -> RGB
 
@@ -98,9 +98,12 @@ def main():
         check(0.5 * expected <= frames <= 1.1 * expected + 2,
               "%d frames for two shares of %.0f s at %.0f fps (%.0f expected)" % (frames, args.seconds, args.fps,
                                                                                expected))
-        # The display share comes first: the stage fills the screen, which
-        # is fitted into the frame's middle. The window share ends the file.
-        check_region(y4m, 2, 700, 500, STAGE, "display share")
+        # The display share comes first. The 1280x1024 screen is fitted into
+        # the frame at x 285..1635: its lower right corner shows the
+        # backdrop, its upper left the whiteboard window (at 40,40, 800x600).
+        # The window share ends the file.
+        check_region(y4m, 2, 1560, 1000, STAGE, "display share, backdrop")
+        check_region(y4m, 2, 700, 320, WHITEBOARD, "display share, whiteboard window")
         check_region(y4m, frames - 1, 1000, 600, WHITEBOARD, "window share")
 
     pictures = sorted(glob.glob(os.path.join(args.folder, "windows", "*.bmp")))
