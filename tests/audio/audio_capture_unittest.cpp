@@ -44,7 +44,8 @@ class AudioCaptureTest : public ::testing::Test {
   void StartRunning(bool is_input, const std::wstring& id) {
     ASSERT_TRUE(capture_->StartDevice(is_input, id));
     ASSERT_TRUE(system_.WaitFor(kOpenInput));
-    ASSERT_TRUE(capture_->IsActive());
+    // Active is set just after the stream's Start returns.
+    ASSERT_TRUE(testing_support::WaitUntil([&] { return capture_->IsActive(); }));
   }
   std::vector<std::wstring> CallsWithout(const std::wstring& prefix) {
     std::vector<std::wstring> calls;
@@ -452,7 +453,7 @@ TEST(AudioCaptureRetry, ALostLoopbackDeviceReturnsAfterThreeSeconds) {
   EXPECT_GE(back, 2900u);
   EXPECT_LT(back, 4500u);
   EXPECT_EQ(system.Count(L"GetDevice(spk1)"), 2);
-  EXPECT_TRUE(capture->IsActive());
+  EXPECT_TRUE(testing_support::WaitUntil([&] { return capture->IsActive(); }));
   AudioCapture::Release(capture);
   EXPECT_EQ(recorder.stopped(), 2);
 }
