@@ -8,15 +8,18 @@
 AudioDeviceTest::AudioDeviceTest(AudioDeviceTestEvent* event) : event_(event) {}
 
 AudioDeviceTest::~AudioDeviceTest() {
-  Stop();
+  base::AutoLock lock(lock_);
   AudioCapture::Release(capture_);
   capture_ = nullptr;
 }
 
 void AudioDeviceTest::Start(const std::wstring& device_name) {
+  base::AutoLock lock(lock_);
+  // The old capture first: a block it delivers while ending must not use up
+  // the new test's first report.
+  if (capture_) AudioCapture::Release(capture_);
   // The next block is measured whatever its time.
   last_report_.store(0);
-  if (capture_) AudioCapture::Release(capture_);
   capture_ = AudioCapture::Create();
   capture_->SetCaptureEvent(this, this);
   // The default output format, mono 16-bit at 44100 Hz, is what OnAudioData
@@ -25,6 +28,7 @@ void AudioDeviceTest::Start(const std::wstring& device_name) {
 }
 
 bool AudioDeviceTest::Stop() {
+  base::AutoLock lock(lock_);
   if (capture_) capture_->Stop();
   return true;
 }

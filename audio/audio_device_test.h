@@ -7,6 +7,7 @@
 #include <string>
 
 #include "audio/audio_device_test_event.h"
+#include "base/lock.h"
 #include "roomcore/audio.h"
 
 class AudioDeviceTest : public AudioCaptureEvent {
@@ -37,7 +38,11 @@ class AudioDeviceTest : public AudioCaptureEvent {
 
  private:
   AudioDeviceTestEvent* const event_;
-  AudioCapture* capture_ = nullptr;
+  // The engine starts and stops tests from host threads and from the SDK's
+  // thread at a room's end; the capture thread never takes this lock, so
+  // releasing a capture under it can't wait on ourselves.
+  base::Lock lock_;
+  AudioCapture* capture_ = nullptr;  // guarded by lock_
   // Written by Start before the capture thread exists, then by that thread.
   std::atomic<int64_t> last_report_{0};
   const int64_t report_interval_ = kReportIntervalMs;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <climits>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "audio/fake_core_audio.h"
@@ -119,6 +120,30 @@ TEST(AudioDeviceTestCapture, UnknownNamesFallBackToTheDefaultInputAndStopReports
     ASSERT_TRUE(system.WaitFor(L"GetDevice(mic1)", 2));
   }
   EXPECT_EQ(levels.size(), 3u);
+  EXPECT_EQ(system.live_objects(), 0);
+}
+
+// The engine starts tests from host threads and restarts them from the SDK's
+// thread at a room's end; neither may lose or double a capture.
+TEST(AudioDeviceTestCapture, StartsAndStopsFromTwoThreadsAtOnce) {
+  FakeAudioSystem system;
+  system.AddEndpoint({L"mic1", L"Microphone", true});
+  system.SetDefault(true, L"mic1");
+  Levels levels;
+  {
+    AudioDeviceTest test(&levels);
+    auto churn = [&test] {
+      for (int i = 0; i < 20; ++i) {
+        test.Start(L"Microphone");
+        if (i % 3 == 0) test.Stop();
+      }
+    };
+    std::thread a(churn), b(churn);
+    a.join();
+    b.join();
+  }
+  // Every stream that opened ended once, and nothing is left open.
+  EXPECT_EQ(system.Count(L"client1 Start"), system.Count(L"client1 Stop"));
   EXPECT_EQ(system.live_objects(), 0);
 }
 
