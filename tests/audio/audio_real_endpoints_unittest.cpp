@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <mutex>
 
 #include "audio/audio_device_enumerator.h"
@@ -56,6 +57,13 @@ TEST_F(RealEndpoints, EnumeratorListsFindsAndNamesTheDefaults) {
   EXPECT_TRUE(Contains(inputs, input.name)) << "default input: " << input.name.size();
   EXPECT_TRUE(Contains(outputs, output.name));
   EXPECT_EQ(enumerator->FindDeviceId(true, input.name).empty(), false);
+  auto print = [](const char* what, const std::vector<AudioDeviceInfo>& list, const AudioDeviceInfo& def) {
+    printf("%s:", what);
+    for (const AudioDeviceInfo& d : list) printf(" \"%ls\"", d.name.c_str());
+    printf("; default \"%ls\"\n", def.name.c_str());
+  };
+  print("capture endpoints", inputs, input);
+  print("render endpoints", outputs, output);
 }
 
 TEST_F(RealEndpoints, TheMonitorMixIsStereoFloatAt44100) {
