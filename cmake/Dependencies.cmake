@@ -50,4 +50,4 @@ add_library(roomcore_platform INTERFACE)
 target_link_libraries(roomcore_platform INTERFACE
   roomcore_sdk ffmpeg rapidjson
   $<LINK_ONLY:fundus> $<LINK_ONLY:liteav> $<LINK_ONLY:imsdk>
-  ole32 oleaut32 uuid winmm user32 gdi32 dwmapi psapi version shlwapi)
+  ole32 oleaut32 uuid winmm avrt user32 gdi32 dwmapi psapi version shlwapi)

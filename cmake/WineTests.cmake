@@ -18,12 +18,12 @@ set_target_properties(gtest_main gmock PROPERTIES INTERFACE_LINK_LIBRARIES gtest
 
 include(GoogleTest)
 
-# roomcore_add_tests(<name> SOURCES ... [UNIT] [LIBS ...])
+# roomcore_add_tests(<name> SOURCES ... [UNIT] [LIBS ...] [PROPERTIES ...])
 # Without UNIT the program talks to roomcore.dll through its exported
 # interface, as a host does. With UNIT it links the library's objects
 # directly, to unit-test classes that are not exported.
 function(roomcore_add_tests name)
-  cmake_parse_arguments(T "UNIT" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(T "UNIT" "" "SOURCES;LIBS;PROPERTIES" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_compile_options(${name} PRIVATE ${ROOMCORE_WARNINGS})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/tests)
@@ -39,5 +39,5 @@ function(roomcore_add_tests name)
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR}/bin
-    PROPERTIES TIMEOUT 120)
+    PROPERTIES TIMEOUT 120 ${T_PROPERTIES})
 endfunction()

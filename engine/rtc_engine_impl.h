@@ -139,8 +139,7 @@ class RTCEngineImpl : public RTCEngine,
   bool Post(UINT message, WPARAM param);
   static int32_t VideoTypeOf(int32_t stream_type);
 
-  // The desktop-capture branch of the microphone test. They are safe while
-  // audio_device_test_ is null, which it stays until that test is built in.
+  // The desktop-capture branch of the microphone test.
   void CreateAudioDeviceTest();
   void DestroyAudioDeviceTest();
   void StartAudioDeviceTest(const std::wstring& device_name);
