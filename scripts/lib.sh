@@ -68,7 +68,9 @@ PY
 roomcore_wine_env() {
   export WINEPREFIX=$(realpath -m "$2")
   export WINEDEBUG=${WINEDEBUG:--all}
-  export WINEDLLOVERRIDES="mscoree,mshtml="
+  # No Mono/Gecko prompts; sound goes through PulseAudio only (Wine's ALSA
+  # driver would probe for cards this machine lacks and print its failures).
+  export WINEDLLOVERRIDES="mscoree,mshtml=;winealsa.drv=d"
   case "$1" in
     x86)
       export WINEARCH=win32
