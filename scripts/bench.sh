@@ -6,10 +6,7 @@
 set -euo pipefail
 source "$(dirname "$0")/lib.sh"
 "$roomcore_root/scripts/setup.sh" >/dev/null
-arch=${ROOMCORE_ARCH:-}
-if [ -z "$arch" ]; then
-  if roomcore_runs_32bit; then arch=x86; else arch=x64; fi
-fi
+arch=$(roomcore_default_arch)
 build=${ROOMCORE_BENCH_BUILD_DIR:-$roomcore_root/build-bench}/$arch
 cmake -S "$roomcore_root" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$(roomcore_toolchain "$arch")" \
   -DROOMCORE_CACHE="$roomcore_cache" -DCMAKE_BUILD_TYPE=Release >/dev/null

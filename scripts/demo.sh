@@ -13,10 +13,7 @@
 set -euo pipefail
 source "$(dirname "$0")/lib.sh"
 "$roomcore_root/scripts/setup.sh" >/dev/null
-arch=${ROOMCORE_ARCH:-}
-if [ -z "$arch" ]; then
-  if roomcore_runs_32bit; then arch=x86; else arch=x64; fi
-fi
+arch=$(roomcore_default_arch)
 build=$(roomcore_build_dir "$arch")
 if [ "$arch" = x86 ]; then
   echo "[demo] running the x86 build (PE32, 32-bit Wine) from $build"

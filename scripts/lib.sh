@@ -61,6 +61,19 @@ PY
   [ "$rc" -eq 42 ]
 }
 
+# roomcore_default_arch: the build that the demo and the benchmarks run:
+# ROOMCORE_ARCH if set, else x86 (the product as specified) where this
+# machine runs 32-bit code, else x64.
+roomcore_default_arch() {
+  if [ -n "${ROOMCORE_ARCH:-}" ]; then
+    echo "$ROOMCORE_ARCH"
+  elif roomcore_runs_32bit; then
+    echo x86
+  else
+    echo x64
+  fi
+}
+
 # roomcore_wine_env ARCH PREFIX: exports what Wine needs to run one
 # architecture's programs in PREFIX, and sets `roomcore_wine` to the loader.
 # The /usr/bin/wine launcher always picks the 32-bit loader when wine32 is

@@ -133,13 +133,13 @@ int64_t ThreadCpuMicroseconds() {
 // The demo's own windows: each painted in one colour with a white frame and a
 // few bars, on a thread of their own with a message pump.
 
-struct DemoWindowSpec {
+struct DemoWindowLook {
   const wchar_t* title;
   COLORREF colour;
   int x, y, width, height;
 };
 
-const DemoWindowSpec kDemoWindows[] = {
+const DemoWindowLook kDemoWindows[] = {
     {L"roomcore demo: whiteboard", RGB(30, 90, 200), 40, 40, 800, 600},
     {L"roomcore demo: agenda", RGB(220, 120, 20), 480, 200, 640, 480},
     {L"roomcore demo: notes", RGB(40, 160, 70), 700, 420, 480, 360},
@@ -227,12 +227,12 @@ class DemoWindows {
     window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     window_class.lpszClassName = L"RoomcoreDemoWindow";
     RegisterClassExW(&window_class);
-    for (const DemoWindowSpec& spec : kDemoWindows) {
+    for (const DemoWindowLook& look : kDemoWindows) {
       HWND window =
-          CreateWindowExW(0, window_class.lpszClassName, spec.title, WS_OVERLAPPEDWINDOW, spec.x, spec.y,
-                          spec.width, spec.height, nullptr, nullptr, window_class.hInstance, nullptr);
+          CreateWindowExW(0, window_class.lpszClassName, look.title, WS_OVERLAPPEDWINDOW, look.x, look.y,
+                          look.width, look.height, nullptr, nullptr, window_class.hInstance, nullptr);
       if (!window) continue;
-      SetWindowLongPtrW(window, GWLP_USERDATA, static_cast<LONG_PTR>(spec.colour));
+      SetWindowLongPtrW(window, GWLP_USERDATA, static_cast<LONG_PTR>(look.colour));
       ShowWindow(window, SW_SHOWNORMAL);
       UpdateWindow(window);
       self->windows_.push_back(window);
