@@ -43,6 +43,34 @@ int NumberAsInt(const rapidjson::Value& value) {
 
 int64_t NowSeconds() { return static_cast<int64_t>(_time64(nullptr)); }
 
+// Deeper than any batch the SDK writes, shallow enough for the recursive
+// parse to stay far inside the 1 MB stack that SDK threads get.
+constexpr int kMaxBatchDepth = 256;
+
+// Whether arrays and objects in `json` nest deeper than `limit`. Brackets
+// inside strings are data and don't count; the text need not be valid.
+bool NestsDeeperThan(const char* json, int limit) {
+  int depth = 0;
+  bool in_string = false;
+  for (const char* p = json; *p; ++p) {
+    const char c = *p;
+    if (in_string) {
+      if (c == '\\') {
+        if (p[1]) ++p;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) return true;
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 // ---- sending ----
@@ -207,6 +235,12 @@ void ImManagerImpl::HandleTIMSendMsgCallback(ImSendTask* task, int code, const c
 
 void ImManagerImpl::HandleTIMRecvNewMsgCallback(const char* json) {
   if (!is_logged_in_ || !json) return;
+  // The parse recurses once a level: a batch nested deep enough would end
+  // the process on the SDK's thread. Such a batch is no message of ours.
+  if (NestsDeeperThan(json, kMaxBatchDepth)) {
+    Log(L"HandleTIMRecvNewMsgCallback: batch nested deeper than %d levels, dropped", kMaxBatchDepth);
+    return;
+  }
   rapidjson::Document document(nullptr, 1024);
   document.Parse(json);
   if (document.HasParseError()) return;
