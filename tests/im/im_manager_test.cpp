@@ -98,6 +98,36 @@ TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
   EXPECT_EQ(ImManager::GetImManagerInstance(), seen[0]);
 }
 
+// A handler on the task thread that asks for the instance while a destroy
+// waits for that thread gets the dying object, and the destroy completes.
+TEST_F(ImManagerTest, AHandlerOnTheTaskThreadMayGetTheInstanceDuringADestroy) {
+  struct Handler : Journal {
+    void OnImEvent(int event, int code, const char* desc) override {
+      // Wait until the destroy has posted its stop to this thread's queue.
+      MSG msg;
+      const DWORD deadline = GetTickCount() + kWait;
+      while (!PeekMessageW(&msg, nullptr, 8000, 8000, PM_NOREMOVE) && GetTickCount() < deadline)
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_POSTMESSAGE);
+      seen = ImManager::GetImManagerInstance();
+      Journal::OnImEvent(event, code, desc);
+    }
+    std::atomic<ImManager*> seen{nullptr};
+  } handler;
+  ImsdkScriptResult("TIMInit", 1);  // the login event then comes on the task thread
+  manager_->SetEventCallback(&handler);
+  ImsdkHoldCallbacks("TIMLogin", 1);
+  manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
+  HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  std::thread([done] {
+    ImManager::DestroyImManagerInstance();
+    SetEvent(done);
+  }).detach();
+  ASSERT_EQ(WaitForSingleObject(done, kWait), WAIT_OBJECT_0) << "the destroy deadlocked";
+  CloseHandle(done);
+  EXPECT_EQ(handler.Events(IMEvent_Login).at(0).Text(), "1/-1/initialize failed!");
+  EXPECT_EQ(handler.seen.load(), manager_);
+}
+
 // Also the first login's arguments, events and log lines.
 TEST_F(ImManagerTest, LoginRunsOnTheTaskThreadAndCallbacksComeBackThroughUserData) {
   LogInAndWaitForJoin();
