@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "allocation_counter.h"
+#include "base/frame_pool.h"
 #include "base/i420_frame.h"
 
 namespace {
@@ -78,14 +79,44 @@ TEST(FrameQueue, FullQueueDropsTheOldest) {
   EXPECT_EQ(testing_support::LiveAllocations(), before) << "the dropped frame was not freed";
 }
 
-TEST(FrameQueue, CapacityOneKeepsTheNewest) {
-  FrameQueue queue(1);
-  queue.Push(Numbered(1));
-  queue.Push(Numbered(2));
-  I420Frame* out = nullptr;
-  ASSERT_TRUE(queue.Pop(&out));
-  EXPECT_EQ(out->timestamp, 2);
-  FreeI420Frame(out);
+TEST(FrameQueue, CapacityBelowOneCountsAsOneAndKeepsTheNewest) {
+  for (uint32_t capacity : {0u, 1u}) {
+    FrameQueue queue(capacity);
+    queue.Push(Numbered(1));
+    queue.Push(Numbered(2));
+    I420Frame* out = nullptr;
+    ASSERT_TRUE(queue.Pop(&out)) << capacity;
+    EXPECT_EQ(out->timestamp, 2);
+    FreeI420Frame(out);
+    EXPECT_FALSE(queue.Pop(&out));
+  }
+}
+
+// Frames a queue drops or clears go back to its pool, and a push takes them
+// again: a stream of one size allocates nothing once the pool holds enough.
+TEST(FramePool, ReusesDroppedAndReturnedFramesOfTheSizeInUse) {
+  const int64_t before = testing_support::LiveAllocations();
+  {
+    FramePool pool(3);
+    FrameQueue queue(2, &pool);
+    I420Frame* first = pool.Take(4, 2);
+    queue.Push(first);
+    queue.Push(pool.Take(4, 2));
+    queue.Push(pool.Take(4, 2));  // drops `first` into the pool
+    const int64_t warm = testing_support::LiveAllocations();
+    EXPECT_EQ(pool.Take(4, 2), first);
+    pool.Give(first);
+    queue.Clear();  // two more into the pool, which is now full
+    EXPECT_EQ(testing_support::LiveAllocations(), warm);
+    pool.Give(CreateI420Frame(4, 2, false, 0));  // no slot left: freed
+    EXPECT_EQ(testing_support::LiveAllocations(), warm);
+    // Another size empties the pool and makes a new frame.
+    I420Frame* other = pool.Take(2, 2);
+    EXPECT_EQ(other->width, 2);
+    EXPECT_EQ(testing_support::LiveAllocations(), warm - 3 * 2 + 2);
+    pool.Give(other);
+  }
+  EXPECT_EQ(testing_support::LiveAllocations(), before);
 }
 
 TEST(FrameQueue, PopOnEmptyLeavesOutAlone) {
