@@ -180,7 +180,7 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   manager_->SetEventCallback(&journal_);
   manager_->LogInAndJoinGroup("-5", kAccountType, kUser, kSign, kGroup);
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 1));
-  manager_->SetConfigPath("abc");
+  manager_->SetConfigPath("C:/rooms/");
   manager_->ReLogIn();
   ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, 2));
   manager_->SetConfigPath("D:\\data\\");
@@ -190,7 +190,7 @@ TEST_F(ImManagerTest, ConfigJsonsAndTheConfigPathWithBackslashImconfigAppendedAl
   ASSERT_EQ(init.size(), 3u);
   EXPECT_EQ(init[0].arg(0), "18446744073709551611");
   EXPECT_EQ(init[0].arg(1), "{}");
-  EXPECT_EQ(init[1].arg(1), "{\"sdk_config_config_file_path\":\"abc\\\\imconfig\"}");
+  EXPECT_EQ(init[1].arg(1), "{\"sdk_config_config_file_path\":\"C:/rooms/\\\\imconfig\"}");
   rapidjson::Document doc;
   doc.Parse(init[2].arg(1).c_str());
   ASSERT_TRUE(doc.IsObject()) << init[2].arg(1);
