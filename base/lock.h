@@ -13,6 +13,8 @@ class Lock {
   Lock& operator=(const Lock&) = delete;
 
   void Acquire() { AcquireSRWLockExclusive(&srw_); }
+  // False when any thread holds it, the caller included.
+  bool Try() { return TryAcquireSRWLockExclusive(&srw_) != 0; }
   void Release() { ReleaseSRWLockExclusive(&srw_); }
 
  private:

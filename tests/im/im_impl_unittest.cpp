@@ -3,7 +3,11 @@
 // element type the manager doesn't write.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
+
 #include "common/log_capture.h"
+#include "fundus_control.h"
 #include "im/im_manager_impl.h"
 #include "im/im_test_support.h"
 
@@ -13,6 +17,19 @@ class ImManagerImplTestPeer {
   static DWORD TaskThread(ImManagerImpl* manager) { return manager->task_thread_id_; }
   static void Receive(ImManagerImpl* manager, const char* json) {
     manager->HandleTIMRecvNewMsgCallback(json);
+  }
+  // Whether no thread, the caller included, holds any lock of the manager.
+  static bool NoLockHeld(ImManagerImpl* manager) {
+    bool free = true;
+    for (base::Lock* lock : {&manager->whiteboard_lock_, &manager->event_lock_, &manager->queue_lock_,
+                             &manager->strings_lock_}) {
+      if (lock->Try()) {
+        lock->Release();
+      } else {
+        free = false;
+      }
+    }
+    return free;
   }
 };
 
@@ -95,6 +112,43 @@ TEST_F(ImInsideTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   const std::vector<std::string> names = imsdk_control::CallNames();
   ASSERT_EQ(static_cast<int>(names.size()), calls + 1);
   EXPECT_EQ(names.back(), "TIMGroupQuit");
+}
+
+// The join's flush sends each waiting record holding no lock of the manager:
+// sending takes other locks, and a lock held across it would nest them.
+TEST(ImLocks, TheFlushSendsWithNoLockOfTheManagerHeld) {
+  ImsdkReset();
+  ImsdkHoldCallbacks("TIMGroupJoin", 1);
+  struct Probe {
+    ImManagerImpl* manager;
+    std::atomic<int> sends{0}, lock_free{0};
+  } probe;
+  std::unique_ptr<ImManagerImpl> manager(new ImManagerImpl());
+  probe.manager = manager.get();
+  Journal journal;
+  manager->SetEventCallback(&journal);
+  manager->SetWhiteBoardCallback(&journal);
+  manager->LogInAndJoinGroup("1", "2", "alice", "sig", "group-1");
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  manager->SendWhiteBoardData("one", 3, nullptr);
+  manager->SendWhiteBoardData("two", 3, nullptr);
+  // Logged by the flush right after each send, on the flushing thread.
+  FundusSetLogSink(
+      [](const wchar_t*, const wchar_t* message, void* context) {
+        Probe* p = static_cast<Probe*>(context);
+        if (std::wstring(message) != L"OnSendWhiteBoardDataTask, ret: 1") return;
+        ++p->sends;
+        if (ImManagerImplTestPeer::NoLockHeld(p->manager)) ++p->lock_free;
+      },
+      &probe);
+  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  const bool sent = journal.WaitFor(Received::kSendResult, 2);
+  FundusSetLogSink(nullptr, nullptr);
+  ASSERT_TRUE(sent);
+  EXPECT_EQ(probe.sends.load(), 2);
+  EXPECT_EQ(probe.lock_free.load(), 2);
+  manager.reset();
+  ImsdkReset();
 }
 
 struct Delivery {
