@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "base/i420_frame.h"
 
@@ -19,9 +20,10 @@ class FramePool {
   FramePool(const FramePool&) = delete;
   FramePool& operator=(const FramePool&) = delete;
 
-  // A kept frame of `width` x `height`, or a new one whose bytes the caller
-  // overwrites. Kept frames of another size are freed on the way: a change
-  // of size empties the pool.
+  // A kept frame of `width` x `height`, the one kept last by preference (its
+  // memory is the likeliest to be in the caches still), or a new one whose
+  // bytes the caller overwrites. Kept frames of another size are freed on
+  // the way: a change of size empties the pool.
   I420Frame* Take(int width, int height);
   // Keeps `frame` for a later Take; frees it when every slot is taken.
   void Give(I420Frame* frame);
@@ -31,4 +33,8 @@ class FramePool {
  private:
   const int capacity_;
   std::atomic<I420Frame*> slots_[kMaxFrames];
+  // When each slot was filled, by a count of Give calls. Only a preference:
+  // the frame itself changes hands by the exchange of its slot alone.
+  std::atomic<uint32_t> stamps_[kMaxFrames];
+  std::atomic<uint32_t> gives_{0};
 };
