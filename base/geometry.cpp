@@ -14,10 +14,12 @@ float MakeMark() {
   return value;
 }
 
-// Single precision throughout; a NaN difference fails the strict comparison.
+// The difference is rounded to a float before the comparison, whatever
+// precision the arithmetic runs in (x87 keeps 64-bit mantissas in its
+// registers); a NaN difference fails the strict comparison.
 bool Within(float a, float b, float tolerance) {
-  float difference = std::fabs(a - b);
-  return tolerance > difference;
+  volatile float difference = a - b;
+  return tolerance > std::fabs(static_cast<float>(difference));
 }
 
 }  // namespace

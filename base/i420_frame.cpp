@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "base/frame_pool.h"
+
 I420Frame* CreateI420Frame(int width, int height, bool with_alpha, int fill) {
   I420Frame* frame = new I420Frame();
   std::memset(frame, 0, sizeof(*frame));
@@ -34,32 +36,47 @@ void FreeI420Frame(I420Frame* frame) {
   delete frame;
 }
 
-FrameQueue::FrameQueue(uint32_t capacity) : capacity_(capacity) {}
+FrameQueue::FrameQueue(uint32_t capacity, FramePool* pool)
+    : frames_(new I420Frame*[capacity < 1 ? 1 : capacity]()),
+      capacity_(capacity < 1 ? 1 : capacity),
+      pool_(pool) {}
 
 FrameQueue::~FrameQueue() { Clear(); }
 
+void FrameQueue::Drop(I420Frame* frame) {
+  if (pool_) {
+    pool_->Give(frame);
+  } else {
+    FreeI420Frame(frame);
+  }
+}
+
 bool FrameQueue::Push(I420Frame* frame) {
   base::AutoLock hold(lock_);
-  if (frames_.size() >= capacity_) {
-    FreeI420Frame(frames_.front());
-    frames_.pop_front();
+  if (count_ >= capacity_) {
+    Drop(frames_[first_]);
+    first_ = (first_ + 1) % capacity_;
+    --count_;
   }
-  frames_.push_back(frame);
+  frames_[(first_ + count_) % capacity_] = frame;
+  ++count_;
   return true;
 }
 
 bool FrameQueue::Pop(I420Frame** out) {
   base::AutoLock hold(lock_);
-  if (frames_.empty()) return false;
-  *out = frames_.front();
-  frames_.pop_front();
+  if (count_ == 0) return false;
+  *out = frames_[first_];
+  first_ = (first_ + 1) % capacity_;
+  --count_;
   return true;
 }
 
 void FrameQueue::Clear() {
   base::AutoLock hold(lock_);
-  while (!frames_.empty()) {
-    FreeI420Frame(frames_.front());
-    frames_.pop_front();
+  while (count_ > 0) {
+    Drop(frames_[first_]);
+    first_ = (first_ + 1) % capacity_;
+    --count_;
   }
 }

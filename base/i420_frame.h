@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <memory>
 
 #include "base/lock.h"
+
+class FramePool;
 
 struct I420Frame {
   uint8_t* data;
@@ -24,7 +26,9 @@ void FreeI420Frame(I420Frame* frame);
 
 class FrameQueue {
  public:
-  explicit FrameQueue(uint32_t capacity);
+  // A capacity below 1 counts as 1. Frames the queue drops or clears go to
+  // `pool` when there is one (it must outlive the queue), else are freed.
+  explicit FrameQueue(uint32_t capacity, FramePool* pool = nullptr);
   ~FrameQueue();
   FrameQueue(const FrameQueue&) = delete;
   FrameQueue& operator=(const FrameQueue&) = delete;
@@ -37,7 +41,13 @@ class FrameQueue {
   void Clear();
 
  private:
-  std::deque<I420Frame*> frames_;
+  void Drop(I420Frame* frame);
+
+  // A ring of capacity_ slots, made once: pushing never allocates.
+  std::unique_ptr<I420Frame*[]> frames_;
+  uint32_t first_ = 0;
+  uint32_t count_ = 0;
   base::Lock lock_;
   const uint32_t capacity_;
+  FramePool* const pool_;
 };

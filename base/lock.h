@@ -13,10 +13,28 @@ class Lock {
   Lock& operator=(const Lock&) = delete;
 
   void Acquire() { AcquireSRWLockExclusive(&srw_); }
+  // False when any thread holds it, the caller included.
+  bool Try() { return TryAcquireSRWLockExclusive(&srw_) != 0; }
   void Release() { ReleaseSRWLockExclusive(&srw_); }
 
  private:
+  friend class ConditionVariable;
   SRWLOCK srw_;
+};
+
+// Waits for a state guarded by a Lock to change; the lock is held around
+// Wait, which releases it while asleep.
+class ConditionVariable {
+ public:
+  ConditionVariable() { InitializeConditionVariable(&cv_); }
+  ConditionVariable(const ConditionVariable&) = delete;
+  ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+  void Wait(Lock& lock) { SleepConditionVariableSRW(&cv_, &lock.srw_, INFINITE, 0); }
+  void Broadcast() { WakeAllConditionVariable(&cv_); }
+
+ private:
+  CONDITION_VARIABLE cv_;
 };
 
 class AutoLock {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
+#include "capture/dib_image_internal.h"
 #include "capture/scoped_gdi.h"
 
 static_assert(sizeof(BITMAPINFOHEADER) == 40, "the bitmap header is 40 bytes");
@@ -26,32 +28,59 @@ void InitBitMapInfo(int width, int height, bool top_down, int bit_count, BITMAPI
   std::memset(&info->bmiColors[0], 0, sizeof(info->bmiColors[0]));
 }
 
-DibImage::DibImage(const BITMAPINFO* source_info, const uint8_t* source_bits) : info(nullptr), bits(nullptr) {
-  CopyFrom(source_info, source_bits);
+namespace {
+
+// Bytes of pixels an image holds: biSizeImage, or, for an uncompressed
+// picture that leaves it 0 as it may, its lines at 4-byte alignment.
+uint64_t PixelBytes(const BITMAPINFOHEADER& header) {
+  if (header.biSizeImage != 0) return header.biSizeImage;
+  const int64_t width = header.biWidth;
+  const int64_t height = header.biHeight < 0 ? -static_cast<int64_t>(header.biHeight) : header.biHeight;
+  const int64_t bits_per_pixel =
+      static_cast<int64_t>(header.biBitCount) * (header.biPlanes ? header.biPlanes : 1);
+  if (width <= 0 || height <= 0 || bits_per_pixel <= 0) return 0;
+  return static_cast<uint64_t>((width * bits_per_pixel + 31) / 32 * 4 * height);
 }
 
-DibImage::DibImage(const DibImage& other) : info(nullptr), bits(nullptr) { CopyFrom(other.info, other.bits); }
+// Both blocks copied, or neither.
+void CopyImage(const BITMAPINFO* source_info, const uint8_t* source_bits, BITMAPINFO** info, uint8_t** bits) {
+  if (!source_info || !source_bits) return;
+  *info = new BITMAPINFO;
+  std::memcpy(*info, source_info, sizeof(BITMAPINFO));
+  const size_t size = static_cast<size_t>(PixelBytes((*info)->bmiHeader));
+  *bits = new uint8_t[size];
+  std::memcpy(*bits, source_bits, size);
+}
+
+DeviceCapsFunction g_device_caps = &GetDeviceCaps;
+
+}  // namespace
+
+namespace capture {
+void SetDeviceCapsForTesting(DeviceCapsFunction function) {
+  g_device_caps = function ? function : &GetDeviceCaps;
+}
+}  // namespace capture
+
+DibImage::DibImage(const BITMAPINFO* source_info, const uint8_t* source_bits) : info(nullptr), bits(nullptr) {
+  CopyImage(source_info, source_bits, &info, &bits);
+}
+
+DibImage::DibImage(const DibImage& other) : info(nullptr), bits(nullptr) {
+  CopyImage(other.info, other.bits, &info, &bits);
+}
 
 // Copying the two pointers would leave two owners of each block. A deep copy
 // keeps one owner per block and lets a host hold images by value.
 DibImage& DibImage::operator=(const DibImage& other) {
   if (this != &other) {
     Clear();
-    CopyFrom(other.info, other.bits);
+    CopyImage(other.info, other.bits, &info, &bits);
   }
   return *this;
 }
 
 DibImage::~DibImage() { Clear(); }
-
-void DibImage::CopyFrom(const BITMAPINFO* source_info, const uint8_t* source_bits) {
-  if (!source_info || !source_bits) return;
-  info = new BITMAPINFO;
-  std::memcpy(info, source_info, sizeof(BITMAPINFO));
-  const DWORD size = info->bmiHeader.biSizeImage;
-  bits = new uint8_t[size];
-  std::memcpy(bits, source_bits, size);
-}
 
 void DibImage::Clear() {
   delete info;
@@ -62,23 +91,13 @@ void DibImage::Clear() {
 
 namespace {
 
-// The depth of the display right now. Without a display context, or with a
-// depth no bitmap file can have, the file gets 4-byte pixels.
+// The depth of the display right now, planes included. Without a display
+// context the file gets the 4-byte pixels of the library's own pictures.
 int DisplayDepth() {
   capture::ScopedCreateDC dc(CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr));
   if (!dc) return 32;
-  const int depth = GetDeviceCaps(dc.get(), BITSPIXEL) * GetDeviceCaps(dc.get(), PLANES);
-  switch (depth) {
-    case 1:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32:
-      return depth;
-    default:
-      return 32;
-  }
+  const int depth = g_device_caps(dc.get(), BITSPIXEL) * g_device_caps(dc.get(), PLANES);
+  return depth > 0 ? depth : 32;
 }
 
 // What GetDIBits may write: a header with a full colour table at 8 bits or
@@ -87,6 +106,9 @@ struct ReadOutInfo {
   BITMAPINFOHEADER header;
   RGBQUAD colors[256];
 };
+
+// More than any bitmap that CreateBitmap makes.
+constexpr uint64_t kMaxBitmapBytes = uint64_t(1) << 31;
 
 }  // namespace
 
@@ -97,17 +119,30 @@ bool DibImage::Save(const std::wstring& path) const {
   const int64_t height = source.biHeight < 0 ? -static_cast<int64_t>(source.biHeight) : source.biHeight;
   const int planes = source.biPlanes;
   const int depth = source.biBitCount;
-  // CreateBitmap reads lines padded to 16 bits from `bits`, which holds
-  // biSizeImage bytes: a header that promises more pixels than that is refused
-  // rather than read past the end of the block.
-  if (width <= 0 || height <= 0 || planes <= 0 || depth <= 0 || depth > 32) return false;
-  const int64_t line_bytes = (width * depth * planes + 15) / 16 * 2;
-  if (line_bytes * height > static_cast<int64_t>(source.biSizeImage)) return false;
+  // CreateBitmap reads lines padded to 16 bits. When the header promises
+  // more than the block holds, the bitmap is made from a copy padded with
+  // black instead of reading past the block; beyond any size a bitmap can
+  // have, it is made without pixels and fails on its own.
+  const uint8_t* pixels = bits;
+  std::vector<uint8_t> padded;
+  if (width > 0 && height > 0 && planes > 0 && depth > 0) {
+    const uint64_t needed = static_cast<uint64_t>((width * depth * planes + 15) / 16 * 2 * height);
+    const uint64_t held = PixelBytes(source);
+    if (needed > held) {
+      if (needed <= kMaxBitmapBytes) {
+        padded.assign(static_cast<size_t>(needed), 0);
+        std::memcpy(padded.data(), bits, static_cast<size_t>(held));
+        pixels = padded.data();
+      } else {
+        pixels = nullptr;
+      }
+    }
+  }
 
   // Device-dependent bitmaps run top line first, as every picture of this
   // library does.
   capture::ScopedBitmap bitmap(CreateBitmap(static_cast<int>(width), static_cast<int>(height),
-                                            static_cast<UINT>(planes), static_cast<UINT>(depth), bits));
+                                            static_cast<UINT>(planes), static_cast<UINT>(depth), pixels));
   if (!bitmap) return false;
 
   const int file_depth = DisplayDepth();

@@ -2,20 +2,21 @@
 
 #include <cstring>
 
-DesktopDataSource::DesktopDataSource() : queue_(new FrameQueue(kQueueCapacity)) {}
+DesktopDataSource::DesktopDataSource() : queue_(new FrameQueue(kQueueCapacity, &pool_)) {}
 
 DesktopDataSource::~DesktopDataSource() {
-  // The SDK pulls while it holds `mutex`. Taking it here waits for a pull
-  // that is under way, and keeping it shuts out any new pull until the base
-  // destructor, which takes the (recursive) mutex again, has told the SDK
-  // through on_destroy. The base closes the handle while this thread still
-  // owns it once; the mutex goes with its last handle.
+  // The SDK pulls while it holds `mutex`. Taking it waits for a pull under
+  // way; telling the SDK through its hook while holding it, as the base
+  // would, means that no pull starts afterwards. The hook then has run and
+  // the base finds nothing more to tell. Only after the mutex is given back
+  // does the queue go, under its own lock alone.
   WaitForSingleObject(mutex, INFINITE);
-  FrameQueue* queue = queue_;
+  void (*hook)(void*) = on_destroy;
+  on_destroy = nullptr;
+  if (hook) hook(on_destroy_context);
+  ReleaseMutex(mutex);
+  delete queue_;
   queue_ = nullptr;
-  queue->Clear();
-  delete queue;
-  FreeI420Frame(spare_.exchange(nullptr));
 }
 
 bool DesktopDataSource::Enable() {
@@ -27,28 +28,15 @@ bool DesktopDataSource::Enable() {
 bool DesktopDataSource::Disable() {
   enabled_ = false;
   queue_->Clear();
-  // Nothing streams until the next Enable: give the spare's memory back.
-  FreeI420Frame(spare_.exchange(nullptr));
+  // Nothing streams until the next Enable: give the frames' memory back.
+  pool_.Clear();
   return true;
 }
-
-I420Frame* DesktopDataSource::TakeSpare(int32_t width, int32_t height) {
-  I420Frame* frame = spare_.exchange(nullptr);
-  if (frame && (frame->width != width || frame->height != height)) {
-    FreeI420Frame(frame);
-    frame = nullptr;
-  }
-  return frame;
-}
-
-void DesktopDataSource::KeepSpare(I420Frame* frame) { FreeI420Frame(spare_.exchange(frame)); }
 
 void DesktopDataSource::PushFrame(const void* data, int32_t /*size*/, int32_t width, int32_t height,
                                   int64_t pts) {
   if (!enabled_ || !data || width <= 0 || height <= 0) return;
-  I420Frame* frame = TakeSpare(width, height);
-  if (!frame) frame = CreateI420Frame(width, height, false, 0);
-  if (!frame) return;
+  I420Frame* frame = pool_.Take(width, height);
   memcpy(frame->data, data, frame->size);
   frame->timestamp = pts;
   queue_->Push(frame);
@@ -69,7 +57,7 @@ int32_t DesktopDataSource::onPullVideo(TRTCVideoFrame* out) {
     out->length = 0;  // nowhere to put it: the picture is dropped
   }
   out->timestamp = static_cast<uint64_t>(frame->timestamp);
-  KeepSpare(frame);
+  pool_.Give(frame);
   return static_cast<int32_t>(out->length);
 }
 

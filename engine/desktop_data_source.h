@@ -6,8 +6,9 @@
 #include <atomic>
 #include <cstdint>
 
-#include "liteav/ITRTCCloud.h"
+#include "base/frame_pool.h"
 #include "base/i420_frame.h"
+#include "liteav/ITRTCCloud.h"
 
 class DesktopDataSource : public ILiteAVStreamDataSource {
  public:
@@ -31,15 +32,10 @@ class DesktopDataSource : public ILiteAVStreamDataSource {
   int32_t onPullAudio(TRTCAudioFrame* out) override;
 
  private:
-  // A pulled frame kept for the next push of the same size. A fresh 3 MB
-  // buffer for every picture comes straight from virtual memory and costs
-  // its page faults and zero fill each time, many times the two copies the
-  // path is meant to cost. One spare is enough while the SDK keeps up; it is
-  // handed over by exchange, so pusher and puller never share a frame.
-  I420Frame* TakeSpare(int32_t width, int32_t height);
-  void KeepSpare(I420Frame* frame);
-
+  // Frames for the pictures: what the queue holds, what a push is filling
+  // and what a pull is copying out. Pushing takes one and nothing is
+  // allocated in the steady state, whatever the rate of the pulls.
+  FramePool pool_{static_cast<int>(kQueueCapacity) + 2};
   FrameQueue* queue_;
   std::atomic<bool> enabled_{false};
-  std::atomic<I420Frame*> spare_{nullptr};
 };

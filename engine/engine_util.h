@@ -1,6 +1,7 @@
 // Small helpers shared by the engine's source files.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -35,5 +36,23 @@ inline std::string FieldText(const char* field, size_t capacity) {
   while (length < capacity && field[length]) ++length;
   return std::string(field, length);
 }
+
+// A pointer that other threads read while one thread may set or clear it:
+// each use is one atomic load, so no read tears. A caller that needs the
+// same object for several calls copies it into a local first.
+template <typename T>
+class AtomicPointer {
+ public:
+  AtomicPointer& operator=(T* value) {
+    pointer_.store(value);
+    return *this;
+  }
+  operator T*() const { return pointer_.load(); }
+  T* operator->() const { return pointer_.load(); }
+  T* exchange(T* value) { return pointer_.exchange(value); }
+
+ private:
+  std::atomic<T*> pointer_{nullptr};
+};
 
 }  // namespace engine

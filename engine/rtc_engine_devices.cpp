@@ -59,13 +59,15 @@ void RTCEngineImpl::LoadDevices(ITRTCDeviceCollection* collection, std::vector<D
 }
 
 void RTCEngineImpl::LoadMicDevices() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   base::AutoLock hold(lock_);
-  LoadDevices(trtc_cloud_ ? trtc_cloud_->getMicDevicesList() : nullptr, &mic_devices_);
+  LoadDevices(cloud ? cloud->getMicDevicesList() : nullptr, &mic_devices_);
 }
 
 void RTCEngineImpl::LoadCameraDevices() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   base::AutoLock hold(lock_);
-  LoadDevices(trtc_cloud_ ? trtc_cloud_->getCameraDevicesList() : nullptr, &camera_devices_);
+  LoadDevices(cloud ? cloud->getCameraDevicesList() : nullptr, &camera_devices_);
 }
 
 bool RTCEngineImpl::CopyDevices(const std::vector<DeviceRecord>& list, DeviceRecord** devices,
@@ -95,11 +97,12 @@ bool RTCEngineImpl::GetCameraDevices(DeviceRecord** devices, int32_t* count) {
 }
 
 bool RTCEngineImpl::GetSpeakerDevices(DeviceRecord** devices, int32_t* count) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!devices || !count) return false;
   *devices = nullptr;
   *count = 0;
-  if (!trtc_cloud_) return false;
-  CollectionHolder collection(trtc_cloud_->getSpeakerDevicesList());
+  if (!cloud) return false;
+  CollectionHolder collection(cloud->getSpeakerDevicesList());
   if (!collection.get()) return false;
   const uint32_t n = collection.get()->getCount();
   if (n == 0) return false;
@@ -125,60 +128,66 @@ std::string RTCEngineImpl::CameraDeviceName() {
 }
 
 void RTCEngineImpl::SetCameraDevice(const DeviceRecord* device) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!device) return;
   const std::string name = FieldText(device->name, sizeof(device->name));
   RTC_LOG(L"SetCameraDevice:%s", Wide(name).c_str());
-  if (trtc_cloud_) trtc_cloud_->setCurrentCameraDevice(name.c_str());
+  if (cloud) cloud->setCurrentCameraDevice(name.c_str());
   base::AutoLock hold(device_lock_);
   CopyText(camera_device_.name, sizeof(camera_device_.name), name.c_str());
 }
 
 void RTCEngineImpl::SetSpeakerDevice(const DeviceRecord* device) {
-  if (!device || !trtc_cloud_) return;
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (!device || !cloud) return;
   const std::string name = FieldText(device->name, sizeof(device->name));
-  trtc_cloud_->setCurrentSpeakerDevice(name.c_str());
+  cloud->setCurrentSpeakerDevice(name.c_str());
 }
 
 // Camera.
 
 void RTCEngineImpl::ApplyVideoParams() {
-  if (!trtc_cloud_) return;
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (!cloud) return;
   TRTCVideoEncParam param = {};
   param.video_resolution = 56;
   param.res_mode = 0;
   param.video_fps = 12;
   param.video_bitrate = 250;
-  trtc_cloud_->setVideoEncoderParam(param);
+  cloud->setVideoEncoderParam(param);
   TRTCNetworkQosParam qos = {};
   qos.preference = 1;
   qos.control_mode = 1;
-  trtc_cloud_->setNetworkQosParam(qos);
-  trtc_cloud_->setLocalViewMirror(true);
-  trtc_cloud_->setBeautyStyle(0, 2, 2, 1);
+  cloud->setNetworkQosParam(qos);
+  cloud->setLocalViewMirror(true);
+  cloud->setBeautyStyle(0, 2, 2, 1);
 }
 
 void RTCEngineImpl::OpenCamera(HWND view) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"OpenCamera");
   ApplyVideoParams();
   if (!is_open_camera_) {
     RTC_LOG(L"startLocalPreview");
-    if (trtc_cloud_) trtc_cloud_->startLocalPreview(view);
+    if (cloud) cloud->startLocalPreview(view);
   }
   is_open_camera_ = true;
 }
 
 void RTCEngineImpl::CloseCamera() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"CloseCamera");
   if (is_open_camera_ && !is_camera_test_) {
     RTC_LOG(L"stopLocalPreview");
-    if (trtc_cloud_) trtc_cloud_->stopLocalPreview();
+    if (cloud) cloud->stopLocalPreview();
   }
   is_open_camera_ = false;
 }
 
 void RTCEngineImpl::EnableLocalVideo(bool enable) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"EnableLocalVideo:%d", enable ? 1 : 0);
-  if (trtc_cloud_) trtc_cloud_->muteLocalVideo(!enable);
+  if (cloud) cloud->muteLocalVideo(!enable);
 }
 
 // Microphone and speaker.
@@ -198,12 +207,13 @@ void RTCEngineImpl::OpenMicDevice(const DeviceRecord* device) {
 }
 
 void RTCEngineImpl::OnOpenMicDeviceTask() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"OnOpenMicDeviceTask, is_in_room_: %d, is_open_mic_: %d", is_in_room_ ? 1 : 0,
           is_open_mic_ ? 1 : 0);
   const std::string name = MicDeviceName();
-  if (name.empty() || !trtc_cloud_) return;
-  trtc_cloud_->setCurrentMicDevice(name.c_str());
-  DeviceInfoHolder info(trtc_cloud_->getCurrentMicDevice());
+  if (name.empty() || !cloud) return;
+  cloud->setCurrentMicDevice(name.c_str());
+  DeviceInfoHolder info(cloud->getCurrentMicDevice());
   if (info.get()) {
     RTC_LOG(L"OnOpenMicDeviceTask, set_dev: %s, get_dev: %s", Wide(name).c_str(),
             Wide(info.get()->getDeviceName()).c_str());
@@ -216,20 +226,22 @@ void RTCEngineImpl::CloseMicDevice() {
 }
 
 void RTCEngineImpl::OnCloseMicDeviceTask() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"OnCloseMicDeviceTask: %d", is_open_mic_ ? 1 : 0);
-  if (is_open_mic_ && trtc_cloud_) trtc_cloud_->stopLocalAudio();
+  if (is_open_mic_ && cloud) cloud->stopLocalAudio();
   is_open_mic_ = false;
 }
 
 void RTCEngineImpl::EnableLocalAudio(bool enable) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"EnableLocalAudio: %d, is_in_room_: %d", enable ? 1 : 0, is_in_room_ ? 1 : 0);
-  if (!trtc_cloud_) return;
+  if (!cloud) return;
   if (enable) {
-    trtc_cloud_->startLocalAudio();
+    cloud->startLocalAudio();
   } else {
-    trtc_cloud_->stopLocalAudio();
+    cloud->stopLocalAudio();
   }
-  DeviceInfoHolder info(trtc_cloud_->getCurrentMicDevice());
+  DeviceInfoHolder info(cloud->getCurrentMicDevice());
   if (info.get()) RTC_LOG(L"EnableLocalAudio, get_dev: %s", Wide(info.get()->getDeviceName()).c_str());
 }
 
@@ -239,10 +251,11 @@ void RTCEngineImpl::EnableCaptureSystemAudio(bool enable) {
 }
 
 void RTCEngineImpl::OnEnableCaptureSystemAudioTask(bool enable) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"OnEnableCaptureSystemAudioTask, enable: %d, is_record_system_voice_: %d", enable ? 1 : 0,
           is_record_system_voice_ ? 1 : 0);
-  if (!trtc_cloud_) return;
-  DeviceInfoHolder info(trtc_cloud_->getCurrentSpeakerDevice());
+  if (!cloud) return;
+  DeviceInfoHolder info(cloud->getCurrentSpeakerDevice());
   if (!info.get()) return;
   const char* name = info.get()->getDeviceName();
   if (name) {
@@ -252,15 +265,20 @@ void RTCEngineImpl::OnEnableCaptureSystemAudioTask(bool enable) {
   }
 }
 
-uint32_t RTCEngineImpl::GetMicVolume() { return trtc_cloud_ ? trtc_cloud_->getCurrentMicDeviceVolume() : 0; }
+uint32_t RTCEngineImpl::GetMicVolume() {
+  ITRTCCloud* const cloud = trtc_cloud_;
+  return cloud ? cloud->getCurrentMicDeviceVolume() : 0;
+}
 
 uint32_t RTCEngineImpl::GetSpeakerVolume() {
-  return trtc_cloud_ ? trtc_cloud_->getCurrentSpeakerVolume() : 0;
+  ITRTCCloud* const cloud = trtc_cloud_;
+  return cloud ? cloud->getCurrentSpeakerVolume() : 0;
 }
 
 void RTCEngineImpl::SetSpeakerVolume(int32_t volume) {
-  if (volume < 0 || volume > 100 || !trtc_cloud_) return;
-  trtc_cloud_->setCurrentSpeakerVolume(static_cast<uint32_t>(volume));
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (volume < 0 || volume > 100 || !cloud) return;
+  cloud->setCurrentSpeakerVolume(static_cast<uint32_t>(volume));
 }
 
 // Hot-plug. The SDK thread only packs the event and posts it; lists, lock_
@@ -291,8 +309,9 @@ void RTCEngineImpl::onDeviceChange(const char* device_id, int32_t type, int32_t 
 }
 
 void RTCEngineImpl::OnMicChangedTask(DeviceChange* change) {
-  if (trtc_cloud_) {
-    DeviceInfoHolder info(trtc_cloud_->getCurrentMicDevice());
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (cloud) {
+    DeviceInfoHolder info(cloud->getCurrentMicDevice());
     if (info.get()) RTC_LOG(L"OnMicChangedTask, get_dev: %s", Wide(info.get()->getDeviceName()).c_str());
   }
   LoadMicDevices();

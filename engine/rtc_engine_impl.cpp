@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/thread_start.h"
-#include "roomcore/clock.h"
 #include "engine/desktop_data_source.h"
 #include "engine/engine_util.h"
+#include "roomcore/clock.h"
 
 using engine::CopyText;
 using engine::Wide;
@@ -73,7 +73,6 @@ void RTCEngineImpl::PreInitialize() {
     RTC_LOG(L"CreateThread failed!");
     return;
   }
-  task_thread_id_ = thread_id;
   thread.Close();
   WaitForSingleObject(ready_event_.get(), INFINITE);
 }
@@ -89,9 +88,13 @@ DWORD WINAPI RTCEngineImpl::DoTaskCore(LPVOID param) {
   // Brings this thread's queue into being before anyone may post to it.
   MSG msg;
   PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
+  // The thread publishes its own id, so that the id is 0 again only once
+  // the loop has ended, never before it began.
+  self->task_thread_id_ = GetCurrentThreadId();
   ResetEvent(self->stop_event_.get());
   SetEvent(self->ready_event_.get());
   self->RunTaskLoop();
+  self->CloseTaskQueue();
   // The engine may be gone as soon as stop_event_ is signalled.
   HANDLE stop_event = self->stop_event_.get();
   CoUninitialize();
@@ -137,19 +140,36 @@ void RTCEngineImpl::RunTaskLoop() {
 }
 
 bool RTCEngineImpl::Post(UINT message, WPARAM param) {
+  // posts_in_progress_ tells CloseTaskQueue that a post may still land in
+  // the queue; it is raised before the id is read.
+  ++posts_in_progress_;
   const DWORD thread_id = task_thread_id_;
-  if (thread_id == 0) return false;
-  return PostThreadMessageW(thread_id, message, param, 0) != FALSE;
+  const bool posted = thread_id != 0 && PostThreadMessageW(thread_id, message, param, 0) != FALSE;
+  --posts_in_progress_;
+  return posted;
+}
+
+void RTCEngineImpl::CloseTaskQueue() {
+  // From here every Post fails and its caller keeps what it meant to send.
+  // A post that read the id before it went to 0 is waited for, so that its
+  // record is in the queue for the sweep below.
+  task_thread_id_ = 0;
+  while (posts_in_progress_ != 0) SwitchToThread();
+  // Device records still queued behind the quit have no handler left.
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, kTaskMicChanged, kTaskSpeakerChanged, PM_REMOVE))
+    delete reinterpret_cast<DeviceChange*>(msg.wParam);
 }
 
 void RTCEngineImpl::Initialize(void* /*reserved*/, RTCEngineEvent* event) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   base::AutoLock hold(lock_);
   event_ = event;
-  if (!trtc_cloud_) return;
-  trtc_cloud_->setLogLevel(1);
-  trtc_cloud_->setLogCallback(this);
-  trtc_cloud_->addCallback(this);
-  trtc_cloud_->setLocalVideoRenderCallback(TRTCVideoPixelFormat_BGRA32, TRTCVideoBufferType_Buffer, this);
+  if (!cloud) return;
+  cloud->setLogLevel(1);
+  cloud->setLogCallback(this);
+  cloud->addCallback(this);
+  cloud->setLocalVideoRenderCallback(TRTCVideoPixelFormat_BGRA32, TRTCVideoBufferType_Buffer, this);
 }
 
 void RTCEngineImpl::UnInitialize() {
@@ -160,23 +180,23 @@ void RTCEngineImpl::UnInitialize() {
 
 RTCEngineImpl::~RTCEngineImpl() {
   RTC_LOG(L"~RTCEngineImpl");
-  if (task_thread_id_ != 0) {
-    Post(kTaskQuit, 0);
-    WaitForSingleObject(stop_event_.get(), INFINITE);
-  }
+  // The loop may have ended already (a WM_QUIT), and the post then fails;
+  // stop_event_ is signalled whenever no task thread runs.
+  Post(kTaskQuit, 0);
+  WaitForSingleObject(stop_event_.get(), INFINITE);
   stop_event_.Close();
   UnInitialize();
-  if (trtc_cloud_) trtc_cloud_->removeCallback(this);
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (cloud) cloud->removeCallback(this);
   if (data_source_) {
     // The SDK keeps the source until it hears of its destruction.
     data_source_->Disable();
     delete data_source_;
     data_source_ = nullptr;
   }
-  if (trtc_cloud_) {
-    destroyTRTCShareInstance();
-    trtc_cloud_ = nullptr;
-  }
+  // Callbacks still under way on SDK threads read the pointer: they see
+  // null from here on rather than the object being destroyed.
+  if (trtc_cloud_.exchange(nullptr)) destroyTRTCShareInstance();
   DestroyAudioDeviceTest();
   ready_event_.Close();
 }
@@ -226,7 +246,8 @@ bool RTCEngineImpl::ReEnterRoom() {
 }
 
 void RTCEngineImpl::OnEnterRoomTask() {
-  if (!trtc_cloud_) return;
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (!cloud) return;
   // Snapshots: a host thread may store new parameters meanwhile.
   SharedText app_id = Load(app_id_);
   SharedText room_id = Load(room_id_);
@@ -237,37 +258,40 @@ void RTCEngineImpl::OnEnterRoomTask() {
   params.room_id = static_cast<uint32_t>(atoi(room_id->c_str()));
   params.user_id = usr_id->c_str();
   params.user_sig = usr_sign->c_str();
-  trtc_cloud_->enterRoom(params, 0);
+  cloud->enterRoom(params, 0);
 }
 
 bool RTCEngineImpl::ExitRoom() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"ExitRoom");
   CloseCamera();
   CloseMicDevice();
   base::AutoLock hold(lock_);
   is_in_room_ = false;
-  if (trtc_cloud_) trtc_cloud_->exitRoom();
+  if (cloud) cloud->exitRoom();
   return true;
 }
 
 bool RTCEngineImpl::IsInRoom() { return is_in_room_; }
 
 void RTCEngineImpl::ApplyRoomVideoParams() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   ApplyVideoParams();
-  if (!trtc_cloud_) return;
+  if (!cloud) return;
   TRTCVideoEncParam param = {};
   param.video_resolution = 114;
   param.res_mode = 0;
   param.video_fps = 12;
   param.video_bitrate = 400;
-  trtc_cloud_->setSubStreamEncoderParam(param);
+  cloud->setSubStreamEncoderParam(param);
 }
 
 void RTCEngineImpl::onEnterRoom(int64_t /*result*/) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"onEnterRoom");
   is_in_room_ = true;
   ApplyRoomVideoParams();
-  if (trtc_cloud_) trtc_cloud_->enableAudioVolumeEvaluation(600);
+  if (cloud) cloud->enableAudioVolumeEvaluation(600);
   if (RTCEngineEvent* event = event_) event->OnEnterRoom(0, "success");
 }
 
@@ -299,19 +323,20 @@ void RTCEngineImpl::onWarning(int32_t code, const char* message, void* /*extra*/
 }
 
 void RTCEngineImpl::onUserEnter(const char* usr_id) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"onUserEnter:%s", Wide(usr_id).c_str());
   if (RTCEngineEvent* event = event_) event->OnUserEnter(usr_id);
-  if (!trtc_cloud_) return;
-  trtc_cloud_->setRemoteVideoRenderCallback(usr_id, TRTCVideoPixelFormat_BGRA32, TRTCVideoBufferType_Buffer,
-                                            this);
-  trtc_cloud_->setAudioFrameCallback(this);
-  trtc_cloud_->startRemoteView(usr_id, nullptr);
+  if (!cloud) return;
+  cloud->setRemoteVideoRenderCallback(usr_id, TRTCVideoPixelFormat_BGRA32, TRTCVideoBufferType_Buffer, this);
+  cloud->setAudioFrameCallback(this);
+  cloud->startRemoteView(usr_id, nullptr);
 }
 
 void RTCEngineImpl::onUserExit(const char* usr_id, int32_t reason) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"onUserExit:%s", Wide(usr_id).c_str());
   if (RTCEngineEvent* event = event_) event->OnUserExit(usr_id, reason);
-  if (trtc_cloud_) trtc_cloud_->stopRemoteView(usr_id);
+  if (cloud) cloud->stopRemoteView(usr_id);
 }
 
 void RTCEngineImpl::onUserVideoAvailable(const char* usr_id, bool available) {
@@ -325,11 +350,12 @@ void RTCEngineImpl::onUserAudioAvailable(const char* usr_id, bool available) {
 }
 
 void RTCEngineImpl::onUserSubStreamAvailable(const char* usr_id, bool available) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"onUserSubStreamAvailable:%s, available:%d", Wide(usr_id).c_str(), available ? 1 : 0);
   SharedText desktop_usr_id = Load(remote_desktop_usr_id_);
   if (available && usr_id && *desktop_usr_id == usr_id) {
     RTC_LOG(L"onUserSubStreamAvailable call startRemoteSubStreamView:%s", Wide(usr_id).c_str());
-    if (trtc_cloud_) trtc_cloud_->startRemoteSubStreamView(usr_id, nullptr);
+    if (cloud) cloud->startRemoteSubStreamView(usr_id, nullptr);
   }
   if (RTCEngineEvent* event = event_) event->OnUserSubStreamAvailable(usr_id, available);
 }

@@ -10,10 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "liteav/ITRTCCloud.h"
 #include "audio/audio_device_test_event.h"
 #include "base/lock.h"
 #include "base/scoped_handle.h"
+#include "engine/engine_util.h"
+#include "liteav/ITRTCCloud.h"
 #include "roomcore/rtc_engine.h"
 
 class AudioDeviceTest;
@@ -128,6 +129,9 @@ class RTCEngineImpl : public RTCEngine,
   void onMixedPlayAudioFrame(TRTCAudioFrame* /*frame*/) override {}
 
  private:
+  // Reaches the task thread's id and end for unit tests.
+  friend class RTCEngineImplTestPeer;
+
   // Immutable text, replaced as a whole: SDK and task threads read it while
   // a host thread may store a new value.
   using SharedText = std::shared_ptr<const std::string>;
@@ -137,6 +141,9 @@ class RTCEngineImpl : public RTCEngine,
   void RunTaskLoop();
   // False when there is no task thread or the post failed.
   bool Post(UINT message, WPARAM param);
+  // On the task thread when its loop has ended: no post lands after it, and
+  // what was queued behind the end is freed.
+  void CloseTaskQueue();
   static int32_t VideoTypeOf(int32_t stream_type);
 
   // The desktop-capture branch of the microphone test.
@@ -175,7 +182,9 @@ class RTCEngineImpl : public RTCEngine,
   SharedText usr_sign_;
   base::Lock lock_;
   SharedText remote_desktop_usr_id_;
-  ITRTCCloud* trtc_cloud_ = nullptr;
+  // Set on the task thread, read by SDK threads (render and audio callbacks)
+  // and cleared at the end: each reader loads it once.
+  engine::AtomicPointer<ITRTCCloud> trtc_cloud_;
   std::atomic<bool> is_in_room_{false};
   std::atomic<bool> is_capture_desktop_{false};
   DesktopDataSource* data_source_ = nullptr;
@@ -194,9 +203,10 @@ class RTCEngineImpl : public RTCEngine,
   AudioDeviceTest* audio_device_test_ = nullptr;
   std::atomic<bool> is_record_system_voice_{false};
   base::ScopedHandle stop_event_;
-  // Written once the thread starts, while the SDK it made may already be
-  // calling back on threads of its own that post through it.
+  // Set by the task thread once its queue exists and cleared when its loop
+  // ends; SDK threads post through it.
   std::atomic<DWORD> task_thread_id_{0};
+  std::atomic<int> posts_in_progress_{0};
   base::ScopedHandle ready_event_;
 
   // The chosen device names. A leaf lock: held only to copy a name in or out,

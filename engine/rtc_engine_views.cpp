@@ -19,73 +19,82 @@ std::atomic<int32_t> g_played_audio_frames{0};
 }  // namespace
 
 void RTCEngineImpl::StartRemoteCameraView(const char* usr_id, HWND view) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!usr_id) {
     RTC_LOG(L"StartRemoteCameraView:usr_id is null.failed!");
     return;
   }
   RTC_LOG(L"StartRemoteCameraView:%s", Wide(usr_id).c_str());
-  if (trtc_cloud_) trtc_cloud_->startRemoteView(usr_id, view);
+  if (cloud) cloud->startRemoteView(usr_id, view);
 }
 
 void RTCEngineImpl::StopRemoteCameraView(const char* usr_id) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!usr_id) {
     RTC_LOG(L"StopRemoteCameraView:usr_id is null.failed!");
     return;
   }
   RTC_LOG(L"StopRemoteCameraView:%s", Wide(usr_id).c_str());
-  if (trtc_cloud_) trtc_cloud_->stopRemoteView(usr_id);
+  if (cloud) cloud->stopRemoteView(usr_id);
 }
 
 void RTCEngineImpl::StartAllRemoteVidw() { RTC_LOG(L"StartAllRemoteVidw"); }
 
 void RTCEngineImpl::StopAllRemoteView() {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"StopAllRemoteView");
-  if (trtc_cloud_) trtc_cloud_->stopAllRemoteView();
+  if (cloud) cloud->stopAllRemoteView();
 }
 
 void RTCEngineImpl::StartRemoteDesktopView(const char* usr_id, HWND view) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!usr_id) {
     RTC_LOG(L"StartRemoteDesktopView:usr_id is null.failed!");
     return;
   }
   RTC_LOG(L"StartRemoteDesktopView:%s", Wide(usr_id).c_str());
   Store(&remote_desktop_usr_id_, usr_id);
-  if (trtc_cloud_) trtc_cloud_->startRemoteSubStreamView(usr_id, view);
+  if (cloud) cloud->startRemoteSubStreamView(usr_id, view);
 }
 
 void RTCEngineImpl::StopRemoteDesktopView(const char* usr_id) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!usr_id) {
     RTC_LOG(L"StopRemoteDesktopView:usr_id is null.failed!");
     return;
   }
   RTC_LOG(L"StopRemoteDesktopView:%s", Wide(usr_id).c_str());
-  if (trtc_cloud_) trtc_cloud_->stopRemoteSubStreamView(usr_id);
+  if (cloud) cloud->stopRemoteSubStreamView(usr_id);
 }
 
 void RTCEngineImpl::MuteRemoteAudio(const char* usr_id, bool mute) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   if (!usr_id) {
     RTC_LOG(L"MuteRemoteAudio:UserID is Null, bMute=%d.Failed!", mute ? 1 : 0);
     return;
   }
   RTC_LOG(L"MuteRemoteAudio:UserID=%s, bMute=%d", Wide(usr_id).c_str(), mute ? 1 : 0);
-  if (trtc_cloud_) trtc_cloud_->muteRemoteAudio(usr_id, mute);
+  if (cloud) cloud->muteRemoteAudio(usr_id, mute);
 }
 
 void RTCEngineImpl::MuteAllRemoteAudio(bool enable) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"MuteAllRemoteAudio:enable=%d", enable ? 1 : 0);
-  if (trtc_cloud_) trtc_cloud_->muteAllRemoteAudio(enable);
+  if (cloud) cloud->muteAllRemoteAudio(enable);
 }
 
 void RTCEngineImpl::SetRemoteStreamType(const char* usr_id, int32_t type) {
-  if (!trtc_cloud_) return;
+  ITRTCCloud* const cloud = trtc_cloud_;
+  if (!cloud) return;
   if (!usr_id) {
-    trtc_cloud_->setPriorRemoteVideoStreamType(type);
+    cloud->setPriorRemoteVideoStreamType(type);
   } else {
-    trtc_cloud_->setRemoteVideoStreamType(usr_id, type);
+    cloud->setRemoteVideoStreamType(usr_id, type);
   }
 }
 
 void RTCEngineImpl::onRenderVideoFrame(const char* usr_id, int32_t stream_type, TRTCVideoFrame* frame) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTCEngineEvent* event = event_;
   if (!event || !frame) return;
   const int32_t video_type = VideoTypeOf(stream_type);
@@ -111,7 +120,7 @@ void RTCEngineImpl::onRenderVideoFrame(const char* usr_id, int32_t stream_type, 
       break;
   }
   if (!usr_id || !*usr_id) {
-    if (rotate != 0 && trtc_cloud_) trtc_cloud_->setLocalViewRotation(rotate);
+    if (rotate != 0 && cloud) cloud->setLocalViewRotation(rotate);
     if (g_local_frames.fetch_add(1) % 60 == 0) {
       RTC_LOG(L"OnLocalVideoFrame:thread=%u, w=%d, h=%d, pts=%lld, video_type=%d",
               static_cast<unsigned>(GetCurrentThreadId()), frame->width, frame->height,
@@ -123,7 +132,7 @@ void RTCEngineImpl::onRenderVideoFrame(const char* usr_id, int32_t stream_type, 
                              video_type);
     return;
   }
-  if (rotate != 0 && trtc_cloud_) trtc_cloud_->setRemoteViewRotation(usr_id, rotate);
+  if (rotate != 0 && cloud) cloud->setRemoteViewRotation(usr_id, rotate);
   if (g_remote_frames.fetch_add(1) % 60 == 0) {
     RTC_LOG(L"OnRemoteVideoFrame:thread=%u, usr_id:%s, w=%d, h=%d, pts=%lld, video_type=%d",
             static_cast<unsigned>(GetCurrentThreadId()), Wide(usr_id).c_str(), frame->width, frame->height,
@@ -150,14 +159,15 @@ void RTCEngineImpl::onPlayAudioFrame(TRTCAudioFrame* frame, const char* usr_id) 
 // Desktop stream.
 
 void RTCEngineImpl::EnableCaptureDesktopVideo(bool enable) {
+  ITRTCCloud* const cloud = trtc_cloud_;
   RTC_LOG(L"EnableCaptureDesktopVideo:%d", enable ? 1 : 0);
   is_capture_desktop_ = enable;
   if (!data_source_) return;
   if (enable) {
-    if (trtc_cloud_) trtc_cloud_->setStreamDataSource(data_source_, 0);
+    if (cloud) cloud->setStreamDataSource(data_source_, 0);
     data_source_->Enable();
   } else {
-    if (trtc_cloud_) trtc_cloud_->setStreamDataSource(nullptr, 0);
+    if (cloud) cloud->setStreamDataSource(nullptr, 0);
     data_source_->Disable();
   }
 }

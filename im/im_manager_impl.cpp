@@ -18,7 +18,12 @@ using im::Wide;
 namespace {
 
 base::Lock g_instance_lock;
-ImManagerImpl* g_instance = nullptr;
+ImManagerImpl* g_instance = nullptr;  // guarded by g_instance_lock
+// The object a destroy is ending, and the sign that it has ended; both
+// guarded by g_instance_lock. The destroy waits for the task thread without
+// the lock, so that a handler on that thread may still get the instance.
+ImManagerImpl* g_dying = nullptr;
+base::ConditionVariable g_destroy_ended;
 
 const char* OrEmpty(const char* text) { return text ? text : ""; }
 
@@ -32,15 +37,31 @@ unsigned PointerBits(const void* pointer) {
 
 ImManager* ImManager::GetImManagerInstance() {
   base::AutoLock hold(g_instance_lock);
+  // During a destroy the dying object is still the one instance: a call
+  // here counts as made before the destroy, and no second object is made
+  // while the first still runs.
+  if (g_dying) return g_dying;
   if (!g_instance) g_instance = new ImManagerImpl();
   return g_instance;
 }
 
 void ImManager::DestroyImManagerInstance() {
-  base::AutoLock hold(g_instance_lock);
-  if (!g_instance) return;
-  delete g_instance;
-  g_instance = nullptr;
+  ImManagerImpl* dying = nullptr;
+  {
+    base::AutoLock hold(g_instance_lock);
+    // A destroy already under way: this one returns when that one is done.
+    while (g_dying) g_destroy_ended.Wait(g_instance_lock);
+    if (!g_instance) return;
+    dying = g_instance;
+    g_dying = dying;
+    g_instance = nullptr;
+  }
+  delete dying;
+  {
+    base::AutoLock hold(g_instance_lock);
+    g_dying = nullptr;
+  }
+  g_destroy_ended.Broadcast();
 }
 
 // ---- frame ----

@@ -174,5 +174,6 @@ class ImManagerImpl : public ImManager {
   std::atomic<DWORD> task_thread_id_{0};
   base::ScopedHandle ready_event_;
   std::list<std::unique_ptr<ImSendTask>> pending_sends_;  // guarded by queue_lock_
+  bool flushing_ = false;                                 // guarded by queue_lock_
   std::atomic<int> login_retry_count_{0};
 };

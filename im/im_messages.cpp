@@ -43,6 +43,34 @@ int NumberAsInt(const rapidjson::Value& value) {
 
 int64_t NowSeconds() { return static_cast<int64_t>(_time64(nullptr)); }
 
+// Deeper than any batch the SDK writes, shallow enough for the recursive
+// parse to stay far inside the 1 MB stack that SDK threads get.
+constexpr int kMaxBatchDepth = 256;
+
+// Whether arrays and objects in `json` nest deeper than `limit`. Brackets
+// inside strings are data and don't count; the text need not be valid.
+bool NestsDeeperThan(const char* json, int limit) {
+  int depth = 0;
+  bool in_string = false;
+  for (const char* p = json; *p; ++p) {
+    const char c = *p;
+    if (in_string) {
+      if (c == '\\') {
+        if (p[1]) ++p;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) return true;
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 // ---- sending ----
@@ -138,28 +166,17 @@ void ImManagerImpl::SendWhiteBoardData(const char* data, int length, void* user_
   task->elem_type = kTIMElem_Custom;
   task->user_data = user_data;
 
-  if (!is_in_group_) {
-    ImSendTask* queued = task.get();
-    {
-      base::AutoLock hold(queue_lock_);
+  {
+    // Decided under queue_lock_: while the group is not joined, or while a
+    // flush still has records of this thread to send, the record joins the
+    // queue behind them; a post now could overtake them. is_in_group_ is
+    // set before the join's flush takes the lock, so a record appended here
+    // is always found by that flush.
+    base::AutoLock hold(queue_lock_);
+    if (!is_in_group_ || flushing_ || !pending_sends_.empty()) {
       pending_sends_.push_back(std::move(task));
+      return;
     }
-    if (!is_in_group_) return;
-    // A join finished between the test above and the append. Its flush
-    // takes queue_lock_ after setting is_in_group_, so if the record is
-    // still queued the flush has already run and missed it: take it back
-    // and send it the ordinary way.
-    {
-      base::AutoLock hold(queue_lock_);
-      for (auto it = pending_sends_.begin(); it != pending_sends_.end(); ++it) {
-        if (it->get() == queued) {
-          task = std::move(*it);
-          pending_sends_.erase(it);
-          break;
-        }
-      }
-    }
-    if (!task) return;
   }
   ImSendTask* posted = task.release();
   // Only a full queue refuses a post to a living thread; the record would
@@ -177,10 +194,25 @@ void ImManagerImpl::OnSendWhiteBoardDataTask(std::unique_ptr<ImSendTask> task) {
 }
 
 void ImManagerImpl::FlushPendingSends() {
-  base::AutoLock hold(queue_lock_);
-  while (!pending_sends_.empty()) {
-    std::unique_ptr<ImSendTask> task = std::move(pending_sends_.front());
-    pending_sends_.pop_front();
+  // One record at a time, sent without queue_lock_ held: sending takes other
+  // locks, and the SDK may answer at once. flushing_ keeps new sends queued
+  // behind the records still to go, so that order holds across the join.
+  {
+    base::AutoLock hold(queue_lock_);
+    if (flushing_) return;  // the running flush sends what is queued
+    flushing_ = true;
+  }
+  for (;;) {
+    std::unique_ptr<ImSendTask> task;
+    {
+      base::AutoLock hold(queue_lock_);
+      if (pending_sends_.empty()) {
+        flushing_ = false;
+        return;
+      }
+      task = std::move(pending_sends_.front());
+      pending_sends_.pop_front();
+    }
     OnSendWhiteBoardDataTask(std::move(task));
   }
 }
@@ -203,6 +235,12 @@ void ImManagerImpl::HandleTIMSendMsgCallback(ImSendTask* task, int code, const c
 
 void ImManagerImpl::HandleTIMRecvNewMsgCallback(const char* json) {
   if (!is_logged_in_ || !json) return;
+  // The parse recurses once a level: a batch nested deep enough would end
+  // the process on the SDK's thread. Such a batch is no message of ours.
+  if (NestsDeeperThan(json, kMaxBatchDepth)) {
+    Log(L"HandleTIMRecvNewMsgCallback: batch nested deeper than %d levels, dropped", kMaxBatchDepth);
+    return;
+  }
   rapidjson::Document document(nullptr, 1024);
   document.Parse(json);
   if (document.HasParseError()) return;

@@ -31,16 +31,16 @@ class ROOMCORE_API DibImage {
 
   // Frees both blocks; the image is empty afterwards.
   void Clear();
-  // Writes a bitmap file at the display's current depth, bottom line first.
-  // False for an empty image, or when the bitmap or the file can't be made.
+  // Writes a bitmap file at the display's current depth (bits per pixel
+  // times planes), bottom line first. False for an empty image, or when the
+  // bitmap or the file can't be made. A biSizeImage of 0 counts lines at
+  // 4-byte alignment, as for any uncompressed picture.
   bool Save(const std::wstring& path) const;
 
   const BITMAPINFO* bitmap_info() const { return info; }
   const uint8_t* bits_data() const { return bits; }
 
  private:
-  void CopyFrom(const BITMAPINFO* source_info, const uint8_t* source_bits);
-
   BITMAPINFO* info;
   uint8_t* bits;
 };

@@ -59,10 +59,13 @@ class WhiteBoardEvent {
 
 class ROOMCORE_API ImManager {
  public:
-  // The one manager, made at first use.
+  // The one manager, made at first use. While DestroyImManagerInstance
+  // runs, it returns the manager being destroyed without waiting, so that an
+  // event handler may call it; that pointer is not to be used once the
+  // destroy has returned.
   static ImManager* GetImManagerInstance();
   // Destroys the manager, blocking until its task thread has ended; the next
-  // GetImManagerInstance makes a new one.
+  // GetImManagerInstance makes a new one. Not to be called from an event.
   static void DestroyImManagerInstance();
 
   ImManager(const ImManager&) = default;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "allocation_counter.h"
+#include "base/frame_pool.h"
 #include "base/i420_frame.h"
 
 namespace {
@@ -16,44 +17,38 @@ bool AllBytes(const uint8_t* p, size_t n, uint8_t value) {
   return true;
 }
 
-TEST(I420FrameLayout, OnePixelHasOneByteAPlane) {
-  I420Frame* f = CreateI420Frame(1, 1, false, 0);
-  EXPECT_EQ(f->size, 3u);
-  EXPECT_EQ(f->planes[1], f->data + 1);
-  EXPECT_EQ(f->planes[2], f->data + 2);
-  EXPECT_EQ(f->timestamp, 0);
-  FreeI420Frame(f);
+// Planes without gaps, chroma halves rounded up, alpha only on request; a
+// fill paints black (Y 1, U, V and alpha 128).
+TEST(I420FrameLayout, PlanesFollowOneAnotherWithoutGaps) {
+  const struct {
+    int width, height;
+    bool alpha;
+    uint32_t size, u, v, a;
+    int chroma_line;
+  } cases[] = {
+      {1, 1, false, 3, 1, 2, 0, 1}, {5, 3, false, 27, 15, 21, 0, 3}, {4, 4, true, 40, 16, 20, 24, 2}};
+  for (const auto& c : cases) {
+    I420Frame* f = CreateI420Frame(c.width, c.height, c.alpha, 1);
+    EXPECT_EQ(f->size, c.size);
+    EXPECT_EQ(f->width, c.width);
+    EXPECT_EQ(f->timestamp, 0);
+    EXPECT_EQ(f->planes[0], f->data);
+    EXPECT_EQ(f->planes[1], f->data + c.u);
+    EXPECT_EQ(f->planes[2], f->data + c.v);
+    EXPECT_EQ(f->planes[3], c.alpha ? f->data + c.a : nullptr);
+    EXPECT_EQ(f->linesizes[0], c.width);
+    EXPECT_EQ(f->linesizes[1], c.chroma_line);
+    EXPECT_EQ(f->linesizes[2], c.chroma_line);
+    EXPECT_EQ(f->linesizes[3], 0);
+    EXPECT_TRUE(AllBytes(f->planes[0], c.u, 1));
+    EXPECT_TRUE(AllBytes(f->planes[1], (c.alpha ? c.a : c.size) - c.u, 128));
+    if (c.alpha) {
+      EXPECT_TRUE(AllBytes(f->planes[3], c.size - c.a, 128));
+    }
+    FreeI420Frame(f);
+  }
+  FreeI420Frame(nullptr);
 }
-
-TEST(I420FrameLayout, OddSizesRoundChromaUpAndPaintBlack) {
-  I420Frame* f = CreateI420Frame(5, 3, false, 1);
-  EXPECT_EQ(f->size, 27u);
-  EXPECT_EQ(f->width, 5);
-  EXPECT_EQ(f->height, 3);
-  EXPECT_EQ(f->linesizes[0], 5);
-  EXPECT_EQ(f->linesizes[1], 3);
-  EXPECT_EQ(f->linesizes[2], 3);
-  EXPECT_EQ(f->linesizes[3], 0);
-  EXPECT_EQ(f->planes[0], f->data);
-  EXPECT_EQ(f->planes[1], f->data + 15);
-  EXPECT_EQ(f->planes[2], f->data + 21);
-  EXPECT_EQ(f->planes[3], nullptr);
-  EXPECT_TRUE(AllBytes(f->planes[0], 15, 1));
-  EXPECT_TRUE(AllBytes(f->planes[1], 12, 128));
-  FreeI420Frame(f);
-}
-
-TEST(I420FrameLayout, AlphaPlaneOnRequest) {
-  I420Frame* f = CreateI420Frame(4, 4, true, 1);
-  EXPECT_EQ(f->size, 40u);
-  EXPECT_EQ(f->planes[3], f->data + 24);
-  EXPECT_EQ(f->linesizes[3], 0);
-  EXPECT_TRUE(AllBytes(f->planes[3], 16, 128));
-  EXPECT_TRUE(AllBytes(f->planes[0], 16, 1));
-  FreeI420Frame(f);
-}
-
-TEST(I420FrameLayout, FreeNullIsHarmless) { FreeI420Frame(nullptr); }
 
 I420Frame* Numbered(int64_t n) {
   I420Frame* f = CreateI420Frame(2, 2, false, 0);
@@ -78,28 +73,54 @@ TEST(FrameQueue, FullQueueDropsTheOldest) {
   EXPECT_EQ(testing_support::LiveAllocations(), before) << "the dropped frame was not freed";
 }
 
-TEST(FrameQueue, CapacityOneKeepsTheNewest) {
-  FrameQueue queue(1);
-  queue.Push(Numbered(1));
-  queue.Push(Numbered(2));
-  I420Frame* out = nullptr;
-  ASSERT_TRUE(queue.Pop(&out));
-  EXPECT_EQ(out->timestamp, 2);
-  FreeI420Frame(out);
+TEST(FrameQueue, CapacityBelowOneCountsAsOneAndKeepsTheNewest) {
+  for (uint32_t capacity : {0u, 1u}) {
+    FrameQueue queue(capacity);
+    queue.Push(Numbered(1));
+    queue.Push(Numbered(2));
+    I420Frame* out = nullptr;
+    ASSERT_TRUE(queue.Pop(&out)) << capacity;
+    EXPECT_EQ(out->timestamp, 2);
+    FreeI420Frame(out);
+    EXPECT_FALSE(queue.Pop(&out));
+  }
 }
 
-TEST(FrameQueue, PopOnEmptyLeavesOutAlone) {
-  FrameQueue queue(12);
-  I420Frame sentinel = {};
-  I420Frame* out = &sentinel;
-  EXPECT_FALSE(queue.Pop(&out));
-  EXPECT_EQ(out, &sentinel);
+// Frames a queue drops or clears go back to its pool, and a push takes them
+// again: a stream of one size allocates nothing once the pool holds enough.
+TEST(FramePool, ReusesDroppedAndReturnedFramesOfTheSizeInUse) {
+  const int64_t before = testing_support::LiveAllocations();
+  {
+    FramePool pool(3);
+    FrameQueue queue(2, &pool);
+    I420Frame* first = pool.Take(4, 2);
+    queue.Push(first);
+    queue.Push(pool.Take(4, 2));
+    queue.Push(pool.Take(4, 2));  // drops `first` into the pool
+    const int64_t warm = testing_support::LiveAllocations();
+    EXPECT_EQ(pool.Take(4, 2), first);
+    pool.Give(first);
+    queue.Clear();  // two more into the pool, which is now full
+    EXPECT_EQ(testing_support::LiveAllocations(), warm);
+    pool.Give(CreateI420Frame(4, 2, false, 0));  // no slot left: freed
+    EXPECT_EQ(testing_support::LiveAllocations(), warm);
+    // Another size empties the pool and makes a new frame.
+    I420Frame* other = pool.Take(2, 2);
+    EXPECT_EQ(other->width, 2);
+    EXPECT_EQ(testing_support::LiveAllocations(), warm - 3 * 2 + 2);
+    pool.Give(other);
+  }
+  EXPECT_EQ(testing_support::LiveAllocations(), before);
 }
 
 TEST(FrameQueue, ClearFreesEverythingAndEmpties) {
   const int64_t before = testing_support::LiveAllocations();
   {
     FrameQueue queue(12);
+    I420Frame sentinel = {};
+    I420Frame* untouched = &sentinel;
+    EXPECT_FALSE(queue.Pop(&untouched));
+    EXPECT_EQ(untouched, &sentinel);
     queue.Clear();  // empty: nothing happens
     for (int n = 1; n <= 5; ++n) queue.Push(Numbered(n));
     queue.Clear();

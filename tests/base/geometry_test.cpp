@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -80,6 +81,12 @@ TEST(Geometry, IsEqualNeedsToleranceStrictlyAboveTheDifferenceAndIgnoresTheThird
   EXPECT_EQ(PointOpt().IsEqual(PointOpt(), big), 0);
   EXPECT_EQ(PointOpt(1, 1).IsEqual(PointOpt(na, 1), big), 0);
   EXPECT_EQ(RectOpt(na, 1, 1, 1, 1).IsEqual(RectOpt(na, 1, 1, 1, 1), big), 0);
+  // The difference counts as a float: (1 + 2^-23) - 2^-30 rounds to
+  // 1 + 2^-23, which the same tolerance doesn't exceed; unrounded, it would.
+  const float above_one = std::ldexp(1.0f, -23) + 1.0f, tiny = std::ldexp(1.0f, -30);
+  EXPECT_EQ(PointOpt(above_one, 0).IsEqual(PointOpt(tiny, 0), above_one), 0);
+  EXPECT_EQ(SizeOpt(0, above_one).IsEqual(SizeOpt(0, tiny), above_one), 0);
+  EXPECT_EQ(RectOpt(0, 0, 0, above_one, 0).IsEqual(RectOpt(0, 0, 0, tiny, 0), above_one), 0);
 }
 
 }  // namespace

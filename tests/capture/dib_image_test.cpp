@@ -148,16 +148,23 @@ TEST_F(DibImageFile, SavesAtTheDisplayDepthTheRightWayUpReplacingTheFile) {
   }
 }
 
-TEST_F(DibImageFile, SaveFailsWithoutAFile) {
+// Save fails only for an empty image, a bitmap that can't be made or a file
+// that can't be opened. A header of 0 bytes of pixels is legal for an
+// uncompressed picture, and one that promises more than its block holds is
+// saved from a padded copy rather than read past the block.
+TEST_F(DibImageFile, SaveFailsOnlyWithoutABitmapOrAFile) {
   BITMAPINFO info;
   InitBitMapInfo(10, 10, true, 32, &info);
   const std::vector<uint8_t> bits = Pattern(10, 10);
   EXPECT_FALSE(DibImage(&info, bits.data()).Save(File(L"no_such_folder\\picture.bmp")));
-  // A header that promises more pixels than the copied block holds is refused
-  // instead of letting the bitmap read past the block.
+  info.bmiHeader.biSizeImage = 0;
+  const DibImage counted(&info, bits.data());
+  ASSERT_TRUE(counted.Save(File(L"counted.bmp")));
+  EXPECT_EQ(ReadFile(File(L"counted.bmp")).size(), 54u + 400);
+  EXPECT_EQ(std::memcmp(counted.bits_data(), bits.data(), bits.size()), 0);
   info.bmiHeader.biSizeImage = 399;
-  EXPECT_FALSE(DibImage(&info, bits.data()).Save(File(L"short.bmp")));
-  EXPECT_FALSE(Exists(File(L"short.bmp")));
+  ASSERT_TRUE(DibImage(&info, bits.data()).Save(File(L"short.bmp")));
+  EXPECT_EQ(ReadFile(File(L"short.bmp")).size(), 54u + 400);
 }
 
 }  // namespace

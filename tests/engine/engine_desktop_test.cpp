@@ -75,6 +75,8 @@ TEST_F(EngineDesktop, APushedPictureComesOutByteForByteWithItsPts) {
   }
 }
 
+// Pictures the full queue drops make room for later ones; at any pull rate
+// each picture comes out at most once, oldest first, with its own bytes.
 TEST_F(EngineDesktop, ThirteenPushesKeepTheNewestTwelve) {
   engine_->EnableCaptureDesktopVideo(true);
   for (int i = 1; i <= 13; ++i) {
@@ -87,6 +89,22 @@ TEST_F(EngineDesktop, ThirteenPushesKeepTheNewestTwelve) {
     EXPECT_EQ(std::vector<uint8_t>(buffer_.begin(), buffer_.begin() + 768), Picture(32, 16, i)) << i;
   }
   EXPECT_EQ(Pull(&frame), 0);
+  for (int rate : {2, 4}) {
+    uint64_t last = 0;
+    for (int i = 0; i < 100; ++i) {
+      const uint32_t pts = 1000 * rate + i;
+      ASSERT_TRUE(engine_->PushDesktopFrame(Picture(32, 16, pts).data(), 768, 32, 16, pts));
+      if (i % rate != rate - 1) continue;
+      ASSERT_EQ(Pull(&frame), 768);
+      EXPECT_GT(frame.timestamp, last);
+      last = frame.timestamp;
+      EXPECT_EQ(std::vector<uint8_t>(buffer_.begin(), buffer_.begin() + 768),
+                Picture(32, 16, static_cast<uint32_t>(frame.timestamp)));
+    }
+    // Drops took the oldest: the queue ends with the newest twelve.
+    while (Pull(&frame) == 768) last = frame.timestamp;
+    EXPECT_EQ(last, static_cast<uint64_t>(1000 * rate + 99));
+  }
 }
 
 TEST_F(EngineDesktop, NoPullAfterTheSourceIsGone) {

@@ -56,6 +56,10 @@ TEST_F(EngineDevice, CameraAndCameraTestKeepThePictureForEachOther) {
   engine_->OpenCamera(view);
   engine_->OpenCamera(view);
   EXPECT_EQ(LiteavCountCalls("startLocalPreview(4660)"), 1);
+  // The encoder settings are applied on every open, the same each time.
+  for (const char* call : {"setVideoEncoderParam(56,0,12,250)", "setNetworkQosParam(1,1)",
+                           "setLocalViewMirror(1)", "setBeautyStyle(0,2,2,1)"})
+    EXPECT_EQ(LiteavCountCalls(call), 2) << call;
   engine_->CloseCamera();
   engine_->CloseCamera();
   EXPECT_EQ(LiteavCountCalls("stopLocalPreview"), 1);

@@ -1,7 +1,7 @@
 // Room membership: entering and leaving, user events, quality, statistics,
 // voice volumes.
-#include "roomcore/clock.h"
 #include "engine_test_support.h"
+#include "roomcore/clock.h"
 
 namespace engine_test {
 namespace {
@@ -18,7 +18,17 @@ TEST_F(EngineRoom, EnterRoomPostsToTheTaskThreadAndTheAnswerComesFromTheSdkThrea
   DWORD enter_thread = 0;
   LiteavGetCall(0, nullptr, 0, &enter_thread);
   EXPECT_EQ(enter_thread, TaskThreadId());
-  EXPECT_EQ(LiteavCountCalls("enableAudioVolumeEvaluation(600)"), 1);
+  // The room's encoder and network settings, every constant, then the volumes.
+  EXPECT_EQ(liteav_control::Calls(),
+            (std::vector<std::string>{"enterRoom(1400000001,1234,alice,sig,0,(null),(null),(null),0)",
+                                      "setVideoEncoderParam(56,0,12,250)", "setNetworkQosParam(1,1)",
+                                      "setLocalViewMirror(1)", "setBeautyStyle(0,2,2,1)",
+                                      "setSubStreamEncoderParam(114,0,12,400)",
+                                      "enableAudioVolumeEvaluation(600)"}));
+  // An SDK error reaches the host as it came.
+  Fire([](ITRTCCloudCallback* cb) { cb->onError(-1301, "camera failed", nullptr); });
+  EXPECT_EQ(events_.Texts("OnError"), std::vector<std::string>{"OnError(-1301,camera failed)"});
+  EXPECT_TRUE(log_.Contains(L"onError:camera failed, code=-1301"));
 }
 
 TEST_F(EngineRoom, EnterRoomWithNullArgumentsFailsAndKeepsTheLastRoom) {
@@ -184,6 +194,18 @@ TEST_F(EngineRoom, StatisticsRatesAfterTheBaseline) {
   EXPECT_EQ(events_.Texts("OnStatistics"),
             std::vector<std::string>{"OnStatistics(rtt=45,quality=2,send=100,recv=2000,loss=3/4,cpu=11/37,"
                                      "tenth=0,remotes=bob:7:1;carol:8:2;dave:0:1)"});
+  // A remote count of 0 hands over no array, even where the SDK gave one.
+  const int64_t second_baseline = TimeMilliseconds();
+  OverASecondSince(second_baseline);
+  Fire([&](ITRTCCloudCallback* cb) {
+    TRTCStatistics stats = Stats(3048000, 602400);
+    stats.remote_statistics_array = remotes;
+    stats.remote_statistics_array_size = 0;
+    cb->onStatistics(stats);
+  });
+  const std::vector<std::string> reported = events_.Texts("OnStatistics");
+  ASSERT_EQ(reported.size(), 2u);
+  EXPECT_NE(reported[1].find(",remotes=null)"), std::string::npos) << reported[1];
 }
 
 TEST_F(EngineRoom, StatisticsWithoutHostSetNoBaseline) {

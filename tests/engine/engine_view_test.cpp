@@ -42,6 +42,8 @@ class EngineView : public EngineTest {
   }
 };
 
+// A null user is refused everywhere but in SetRemoteStreamType, where it
+// means every user.
 TEST_F(EngineView, NullUsersAreLoggedAndGoNoFurther) {
   engine_->StartRemoteCameraView(nullptr, nullptr);
   engine_->StopRemoteCameraView(nullptr);
@@ -55,6 +57,10 @@ TEST_F(EngineView, NullUsersAreLoggedAndGoNoFurther) {
           L"StartRemoteCameraView:usr_id is null.failed!", L"StopRemoteCameraView:usr_id is null.failed!",
           L"StartRemoteDesktopView:usr_id is null.failed!", L"StopRemoteDesktopView:usr_id is null.failed!",
           L"MuteRemoteAudio:UserID is Null, bMute=1.Failed!"}));
+  engine_->SetRemoteStreamType(nullptr, 1);
+  engine_->SetRemoteStreamType("bob", 2);
+  EXPECT_EQ(liteav_control::Calls(), (std::vector<std::string>{"setPriorRemoteVideoStreamType(1)",
+                                                               "setRemoteVideoStreamType(bob,2)"}));
 }
 
 TEST_F(EngineView, FrameSizesFollowTheFormat) {

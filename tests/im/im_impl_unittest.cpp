@@ -3,7 +3,11 @@
 // element type the manager doesn't write.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
+
 #include "common/log_capture.h"
+#include "fundus_control.h"
 #include "im/im_manager_impl.h"
 #include "im/im_test_support.h"
 
@@ -11,6 +15,22 @@ class ImManagerImplTestPeer {
  public:
   static void SetNeedLogout(ImManagerImpl* manager) { manager->need_logout_ = true; }
   static DWORD TaskThread(ImManagerImpl* manager) { return manager->task_thread_id_; }
+  static void Receive(ImManagerImpl* manager, const char* json) {
+    manager->HandleTIMRecvNewMsgCallback(json);
+  }
+  // Whether no thread, the caller included, holds any lock of the manager.
+  static bool NoLockHeld(ImManagerImpl* manager) {
+    bool free = true;
+    for (base::Lock* lock : {&manager->whiteboard_lock_, &manager->event_lock_, &manager->queue_lock_,
+                             &manager->strings_lock_}) {
+      if (lock->Try()) {
+        lock->Release();
+      } else {
+        free = false;
+      }
+    }
+    return free;
+  }
 };
 
 namespace im_test {
@@ -21,7 +41,7 @@ TEST(ImJson, UnknownElementTypesGiveAnEmptyElement) {
   EXPECT_EQ(json.substr(json.find("\"message_elem_array\"")), "\"message_elem_array\":[{}]}");
 }
 
-class ImLogoutTest : public ::testing::Test {
+class ImInsideTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ImsdkReset();
@@ -49,7 +69,7 @@ class ImLogoutTest : public ::testing::Test {
   std::unique_ptr<ImManagerImpl> manager_;
 };
 
-TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
+TEST_F(ImInsideTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
   ImManagerImplTestPeer::SetNeedLogout(manager_.get());
   // LogoutAndQuitGroup itself clears the flag, as the interface has it.
   manager_->LogoutAndQuitGroup();
@@ -70,7 +90,7 @@ TEST_F(ImLogoutTest, QuitWithNeedLogoutLogsOutOfTheSdk) {
   EXPECT_EQ(ImsdkCallCount("TIMGroupJoin"), 1);
 }
 
-TEST_F(ImLogoutTest, AFailedSdkLogoutIsReported) {
+TEST_F(ImInsideTest, AFailedSdkLogoutIsReported) {
   ImsdkScriptCallback("TIMLogout", 6013, "not logged in");
   QuitWithNeedLogout(1);
   EXPECT_EQ(journal_.Events(IMEvent_Logout)[0].Text(), "2/6013/not logged in");
@@ -79,7 +99,7 @@ TEST_F(ImLogoutTest, AFailedSdkLogoutIsReported) {
   EXPECT_EQ(ImsdkCallCount("TIMUninit"), 0);
 }
 
-TEST_F(ImLogoutTest, AForeignMessageOnTheTaskQueueChangesNothing) {
+TEST_F(ImInsideTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   const DWORD task_thread = ImManagerImplTestPeer::TaskThread(manager_.get());
   ASSERT_NE(task_thread, 0u);
   const int calls = ImsdkCallCount(nullptr);
@@ -92,6 +112,89 @@ TEST_F(ImLogoutTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   const std::vector<std::string> names = imsdk_control::CallNames();
   ASSERT_EQ(static_cast<int>(names.size()), calls + 1);
   EXPECT_EQ(names.back(), "TIMGroupQuit");
+}
+
+// The join's flush sends each waiting record holding no lock of the manager:
+// sending takes other locks, and a lock held across it would nest them.
+TEST(ImLocks, TheFlushSendsWithNoLockOfTheManagerHeld) {
+  ImsdkReset();
+  ImsdkHoldCallbacks("TIMGroupJoin", 1);
+  struct Probe {
+    ImManagerImpl* manager;
+    std::atomic<int> sends{0}, lock_free{0};
+  } probe;
+  std::unique_ptr<ImManagerImpl> manager(new ImManagerImpl());
+  probe.manager = manager.get();
+  Journal journal;
+  manager->SetEventCallback(&journal);
+  manager->SetWhiteBoardCallback(&journal);
+  manager->LogInAndJoinGroup("1", "2", "alice", "sig", "group-1");
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  manager->SendWhiteBoardData("one", 3, nullptr);
+  manager->SendWhiteBoardData("two", 3, nullptr);
+  // Logged by the flush right after each send, on the flushing thread.
+  FundusSetLogSink(
+      [](const wchar_t*, const wchar_t* message, void* context) {
+        Probe* p = static_cast<Probe*>(context);
+        if (std::wstring(message) != L"OnSendWhiteBoardDataTask, ret: 1") return;
+        ++p->sends;
+        if (ImManagerImplTestPeer::NoLockHeld(p->manager)) ++p->lock_free;
+      },
+      &probe);
+  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  const bool sent = journal.WaitFor(Received::kSendResult, 2);
+  FundusSetLogSink(nullptr, nullptr);
+  ASSERT_TRUE(sent);
+  EXPECT_EQ(probe.sends.load(), 2);
+  EXPECT_EQ(probe.lock_free.load(), 2);
+  manager.reset();
+  ImsdkReset();
+}
+
+struct Delivery {
+  ImManagerImpl* manager;
+  const std::string* json;
+};
+
+// Delivers a batch the way the SDK does: on a thread of its own, whose
+// stack is the 1 MB that SDK threads get.
+void ReceiveOnSdkSizedStack(ImManagerImpl* manager, const std::string& json) {
+  Delivery delivery{manager, &json};
+  HANDLE thread = CreateThread(
+      nullptr, 1 << 20,
+      [](LPVOID param) -> DWORD {
+        Delivery* d = static_cast<Delivery*>(param);
+        ImManagerImplTestPeer::Receive(d->manager, d->json->c_str());
+        return 0;
+      },
+      &delivery, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+  ASSERT_NE(thread, nullptr);
+  ASSERT_EQ(WaitForSingleObject(thread, kWait), WAIT_OBJECT_0);
+  DWORD code = 1;
+  GetExitCodeThread(thread, &code);
+  CloseHandle(thread);
+  EXPECT_EQ(code, 0u);
+}
+
+// A batch nested tens of thousands of levels deep would overflow the
+// parser's recursion; it is refused before the parse, while brackets inside
+// strings are only data.
+TEST_F(ImInsideTest, ABatchNestedTooDeeplyIsRefusedBeforeTheParse) {
+  manager_->SetWhiteBoardCallback(&journal_);
+  constexpr int kLevels = 100000;
+  const std::string deep_array = std::string(kLevels, '[') + std::string(kLevels, ']');
+  std::string deep_object;
+  for (int i = 0; i < kLevels; ++i) deep_object += "{\"a\":";
+  deep_object += "0" + std::string(kLevels, '}');
+  for (const std::string* batch : {&deep_array, static_cast<const std::string*>(&deep_object)})
+    ReceiveOnSdkSizedStack(manager_.get(), *batch);
+  EXPECT_EQ(log_.Count(L"HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped"), 2);
+
+  const std::string brackets = std::string(kLevels, '[') + "\\\"{" + std::string(kLevels, '{');
+  ReceiveOnSdkSizedStack(manager_.get(), Batch({CustomMessage("group-1", "bob", brackets)}));
+  const std::vector<Received> got = journal_.Of(Received::kWhiteBoardData);
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].data, std::string(kLevels, '[') + "\"{" + std::string(kLevels, '{'));
 }
 
 }  // namespace
