@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "allocation_hooks.h"
+#include "common/silent_engine_events.h"
 #include "liteav_control.h"
 #include "roomcore/rtc_engine.h"
 
@@ -20,33 +21,11 @@ constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 constexpr size_t kFrameBytes = kWidth * kHeight + 2 * (kWidth / 2) * (kHeight / 2);
 
-class SilentEvents : public RTCEngineEvent {
- public:
-  void OnError(int32_t, const char*) override {}
-  void OnEnterRoom(int32_t, const char*) override {}
-  void OnExitRoom(int32_t, const char*) override {}
-  void OnUserEnter(const char*) override {}
-  void OnUserExit(const char*, int32_t) override {}
-  void OnTryToReconnect() override {}
-  void OnConnectionLost() override {}
-  void OnConnectionRecovery() override {}
-  void OnLocalVideoFrame(const char*, const void*, int32_t, int32_t, int32_t, int32_t) override {}
-  void OnRemoteVideoFrame(const char*, const void*, int32_t, int32_t, int32_t, int32_t) override {}
-  void OnDeviceChanged(int32_t) override {}
-  void OnUserVideoAvailable(const char*, bool) override {}
-  void OnUserSubStreamAvailable(const char*, bool) override {}
-  void OnUserAudioAvailable(const char*, bool) override {}
-  void OnUserVoiceVolume(const VolumeRecord*, uint32_t) override {}
-  void OnMicTestVolume(int32_t) override {}
-  void OnStatistics(const EngineStatistics*) override {}
-  void OnNetworkQuality(const int32_t*) override {}
-};
-
 void BM_PushDesktopFrameAndPull(benchmark::State& state) {
   std::vector<uint8_t> picture(kFrameBytes);
   for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<uint8_t>(i * 31 + (i >> 11));
   std::vector<uint8_t> sdk_buffer(kFrameBytes);
-  SilentEvents events;
+  SilentEngineEvents events;
   RTCEngine* engine = CreaeRTCEngine();
   engine->Initialize(nullptr, &events);
   LiteavSetPullRate(0);  // no pulls but ours

@@ -90,8 +90,8 @@ TEST_F(AudioCaptureRealTest, RecordsAPlayedToneAtItsFrequencyAndLevel) {
   std::nth_element(periods.begin(), periods.begin() + periods.size() / 2, periods.end());
   const double frequency = 44100.0 / periods[periods.size() / 2];
   const double rms = std::sqrt(sum_squares / window.size());
-  printf("recorded tone: %.2f Hz, peak %d, rms %.0f (played: 1000 Hz, peak 16384, rms 11585)\n", frequency, peak,
-         rms);
+  printf("recorded tone: %.2f Hz, peak %d, rms %.0f (played: 1000 Hz, peak 16384, rms 11585)\n", frequency,
+         peak, rms);
   EXPECT_NEAR(frequency, 1000.0, 10.0);
   EXPECT_NEAR(peak, 0.5 * 32767, 0.05 * 32767);
   EXPECT_NEAR(rms, 0.5 * 32767 / std::sqrt(2.0), 0.05 * 32767);

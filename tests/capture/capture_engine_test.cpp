@@ -8,34 +8,13 @@
 #include <vector>
 
 #include "capture_test_support.h"
+#include "common/silent_engine_events.h"
 #include "liteav_control.h"
 #include "roomcore/capture.h"
 #include "roomcore/rtc_engine.h"
 
 namespace capture_test {
 namespace {
-
-class QuietEngineEvents : public RTCEngineEvent {
- public:
-  void OnError(int32_t, const char*) override {}
-  void OnEnterRoom(int32_t, const char*) override {}
-  void OnExitRoom(int32_t, const char*) override {}
-  void OnUserEnter(const char*) override {}
-  void OnUserExit(const char*, int32_t) override {}
-  void OnTryToReconnect() override {}
-  void OnConnectionLost() override {}
-  void OnConnectionRecovery() override {}
-  void OnLocalVideoFrame(const char*, const void*, int32_t, int32_t, int32_t, int32_t) override {}
-  void OnRemoteVideoFrame(const char*, const void*, int32_t, int32_t, int32_t, int32_t) override {}
-  void OnDeviceChanged(int32_t) override {}
-  void OnUserVideoAvailable(const char*, bool) override {}
-  void OnUserSubStreamAvailable(const char*, bool) override {}
-  void OnUserAudioAvailable(const char*, bool) override {}
-  void OnUserVoiceVolume(const VolumeRecord*, uint32_t) override {}
-  void OnMicTestVolume(int32_t) override {}
-  void OnStatistics(const EngineStatistics*) override {}
-  void OnNetworkQuality(const int32_t*) override {}
-};
 
 // The host's forwarding: every frame goes to the engine as it comes; the
 // first one pushed is kept to compare.
@@ -91,7 +70,7 @@ class CaptureToEngineTest : public ::testing::Test {
     return buffer;
   }
 
-  QuietEngineEvents events_;
+  SilentEngineEvents events_;
   RTCEngine* engine_ = nullptr;
 };
 

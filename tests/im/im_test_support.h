@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "common/log_capture.h"
-#include "roomcore/im_manager.h"
 #include "imsdk_control.h"
+#include "roomcore/im_manager.h"
 
 namespace im_test {
 
