@@ -156,18 +156,19 @@ struct Delivery {
   const std::string* json;
 };
 
+// (a named WINAPI function: on x86 a lambda does not convert to one)
+DWORD WINAPI DeliverBatch(LPVOID param) {
+  Delivery* d = static_cast<Delivery*>(param);
+  ImManagerImplTestPeer::Receive(d->manager, d->json->c_str());
+  return 0;
+}
+
 // Delivers a batch the way the SDK does: on a thread of its own, whose
 // stack is the 1 MB that SDK threads get.
 void ReceiveOnSdkSizedStack(ImManagerImpl* manager, const std::string& json) {
   Delivery delivery{manager, &json};
-  HANDLE thread = CreateThread(
-      nullptr, 1 << 20,
-      [](LPVOID param) -> DWORD {
-        Delivery* d = static_cast<Delivery*>(param);
-        ImManagerImplTestPeer::Receive(d->manager, d->json->c_str());
-        return 0;
-      },
-      &delivery, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+  HANDLE thread =
+      CreateThread(nullptr, 1 << 20, &DeliverBatch, &delivery, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
   ASSERT_NE(thread, nullptr);
   ASSERT_EQ(WaitForSingleObject(thread, kWait), WAIT_OBJECT_0);
   DWORD code = 1;
