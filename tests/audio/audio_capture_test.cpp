@@ -121,7 +121,12 @@ TEST_F(AudioCaptureRealTest, FloatOutputAtTheMixRateKeepsTheToneAndStereo) {
       peak = std::max(peak, std::fabs(f[i]));
     }
   }
-  EXPECT_NEAR(peak, 0.25f, 0.02f);
+  // A loaded machine can starve the player for a moment; the gap's edges
+  // then make the 48 kHz resampler ring, by up to 9 percent of the step
+  // (Gibbs). A wrong scale (integers read as floats, a downmix factor)
+  // lands far outside this.
+  EXPECT_GE(peak, 0.23f);
+  EXPECT_LE(peak, 0.25f * 1.09f + 0.005f);
 }
 
 TEST_F(AudioCaptureRealTest, AnUnknownNameRecordsTheDefaultInput) {
