@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "audio/fake_core_audio.h"
+#include "audio/level_recorder.h"
 #include "base/clock_internal.h"
 #include "common/log_capture.h"
 
@@ -18,22 +19,7 @@ namespace {
 using fake_audio::FakeAudioSystem;
 using fake_audio::Step;
 
-class Levels : public AudioDeviceTestEvent {
- public:
-  void OnAudioLevel(int level) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    levels_.push_back(level);
-  }
-  std::vector<int> levels() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return levels_;
-  }
-  size_t size() { return levels().size(); }
-
- private:
-  std::mutex mutex_;
-  std::vector<int> levels_;
-};
+using Levels = audio_testing::LevelRecorder;
 
 int LevelOf(std::vector<int16_t> samples) {
   return AudioDeviceTest::Level(samples.data(), static_cast<int>(samples.size()));

@@ -13,6 +13,7 @@
 
 #include "audio/audio_device_enumerator.h"
 #include "audio/audio_device_test.h"
+#include "audio/level_recorder.h"
 #include "audio/tone_player.h"
 #include "common/log_capture.h"
 
@@ -90,21 +91,7 @@ TEST_F(RealEndpoints, TheMonitorMixIsStereoFloatAt44100) {
   enumerator->Release();
 }
 
-class Levels : public AudioDeviceTestEvent {
- public:
-  void OnAudioLevel(int level) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    levels_.push_back(level);
-  }
-  std::vector<int> levels() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return levels_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<int> levels_;
-};
+using Levels = audio_testing::LevelRecorder;
 
 // The levels of a few 600 ms reports of what the monitor records.
 std::vector<int> MeasureLevels(size_t reports) {
