@@ -4,9 +4,9 @@
 # each under Wine of its own width. Extra arguments go to ctest (for example
 # -R FrameQueue). ROOMCORE_ARCHS="x64" limits the run to one target.
 #
-# The x64 suite always runs. The x86 suite runs when this machine executes
-# 32-bit code (a probe finds out); where it can't, the x86 build is still
-# built and its table check run, and the summary says the suite was not run.
+# Where this machine runs no 32-bit code (a probe finds out), the x86 suite
+# runs inside an emulated Debian VM (scripts/vm.sh) instead, the same suite
+# from the same build tree; its DLL tables are also checked here first.
 # The last lines are one summary per architecture and a total; the exit is
 # non-zero when a build or a run fails, or when no test ran at all.
 set -uo pipefail
@@ -17,25 +17,19 @@ archs=(${ROOMCORE_ARCHS:-x64 x86})
 runs32=0
 roomcore_runs_32bit && runs32=1
 
-source "$roomcore_root/scripts/test-env.sh"
 summary=()
 total_passed=0
 total_failed=0
 broken=0
 
-# run_ctest BUILD LOG ARGS...: runs ctest in the build tree, keeps its
-# output in LOG and sets `passed` and `failed` from its closing line.
-run_ctest() {
-  local build=$1 log=$2
-  shift 2
-  ctest --test-dir "$build" --output-on-failure -j"$(nproc)" "$@" 2>&1 | tee "$log"
-  local line
-  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n1)
+# counts LOG: sets `passed` and `failed` from CTest's closing line in LOG.
+counts() {
+  local line all
+  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$1" 2>/dev/null | tail -n1)
   if [ -z "$line" ]; then
     passed=0 failed=0
     return
   fi
-  local all
   failed=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1/' <<<"$line")
   all=$(sed -E 's/.* tests? failed out of ([0-9]+).*/\1/' <<<"$line")
   passed=$((all - failed))
@@ -58,22 +52,29 @@ for arch in "${archs[@]}"; do
     continue
   fi
   log=$build/test-run.log
+  rm -f "$log"
+  where=""
   if [ "$arch" = x86 ] && [ "$runs32" -eq 0 ]; then
-    echo "== x86: this machine runs no 32-bit code; checking the DLL's tables only"
-    # (not through ctest: its test discovery would start the 32-bit programs)
-    if bash "$roomcore_root/tests/check_dll_tables.sh" "$build/bin/roomcore.dll" x86 \
+    # (checked here too, before the long run: a wrong table fails at once)
+    if ! bash "$roomcore_root/tests/check_dll_tables.sh" "$build/bin/roomcore.dll" x86 \
         "$roomcore_root/tests/exports/roomcore_x86.txt" "$(roomcore_triplet x86)-objdump"; then
-      summary+=("x86: not run, this machine runs no 32-bit code (built; table check passed)")
-    else
-      summary+=("x86: not run, this machine runs no 32-bit code (built; table check FAILED)")
+      summary+=("x86: table check FAILED")
       broken=1
+      continue
     fi
-    continue
+    echo "== x86: this machine runs no 32-bit code; running the x86 suite in an emulated VM"
+    where=" (in a VM: this machine runs no 32-bit code)"
+    "$roomcore_root/scripts/vm.sh" suite x86 "$build" "$@"
+  else
+    echo "== $arch: running the tests under $( [ "$arch" = x86 ] && echo 32-bit || echo 64-bit ) Wine"
+    "$roomcore_root/scripts/run-suite.sh" "$arch" "$build" "$@"
   fi
-  echo "== $arch: running the tests under $( [ "$arch" = x86 ] && echo 32-bit || echo 64-bit ) Wine"
-  roomcore_env_start "$arch" "$build"
-  run_ctest "$build" "$log" "$@"
-  summary+=("$arch: $passed passed, $failed failed")
+  counts "$log"
+  if [ "$passed" -eq 0 ] && [ "$failed" -eq 0 ]; then
+    summary+=("$arch: no result: the run ended before CTest's closing line$where")
+  else
+    summary+=("$arch: $passed passed, $failed failed$where")
+  fi
   total_passed=$((total_passed + passed))
   total_failed=$((total_failed + failed))
   [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ] || broken=1
