@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# The installed SDK as a host developer meets it:
+#   host_from_package.sh build BUILD_DIR ARCH
+#     installs the build tree's library component into a fresh prefix
+#     (BUILD_DIR/package-test/sdk), checks that it holds exactly the files of
+#     library_files.txt, adds the devkit component, and configures and builds
+#     host/ (the README's CMakeLists.txt) out of tree against it with the
+#     MinGW toolchain file of ARCH.
+#   host_from_package.sh run BUILD_DIR ARCH
+#     runs that host under Wine with only the installed bin/ on its PATH and
+#     checks that it loaded the installed roomcore.dll.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../../scripts/lib.sh"
+step=$1 build=$2 arch=$3
+work=$build/package-test
+prefix=$work/sdk
+
+if [ "$step" = build ]; then
+  rm -rf "$work"
+  cmake --install "$build" --prefix "$prefix" --component roomcore >/dev/null
+  fail=0
+  mapfile -t patterns < <(grep -v '^#' "$here/library_files.txt" | grep .)
+  mapfile -t files < <(cd "$prefix" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
+  for file in "${files[@]}"; do
+    ok=0
+    for pattern in "${patterns[@]}"; do
+      # (unquoted: the line is a glob)
+      [[ $file == $pattern ]] && ok=1 && break
+    done
+    [ $ok -eq 1 ] || { echo "installed but not in the SDK's layout: $file"; fail=1; }
+  done
+  for pattern in "${patterns[@]}"; do
+    ok=0
+    for file in "${files[@]}"; do [[ $file == $pattern ]] && ok=1 && break; done
+    [ $ok -eq 1 ] || { echo "missing from the install: $pattern"; fail=1; }
+  done
+  if ! diff <(cd "$roomcore_root/include/roomcore" && ls) <(cd "$prefix/include/roomcore" && ls); then
+    echo "the installed headers differ from include/roomcore/ (< tree, > installed)"
+    fail=1
+  fi
+  [ $fail -eq 0 ] || exit 1
+  echo "library component: ${#files[@]} files, as laid out"
+  cmake --install "$build" --prefix "$prefix" --component devkit >/dev/null
+  cmake -S "$here/host" -B "$work/host" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$(roomcore_toolchain "$arch")" \
+    -Droomcore_DIR="$prefix/lib/cmake/roomcore" -DCMAKE_BUILD_TYPE=Release >"$work/host-configure.log" 2>&1 ||
+    { cat "$work/host-configure.log"; exit 1; }
+  cmake --build "$work/host"
+  exit 0
+fi
+
+# The exe's folder holds no DLL: Wine's loader finds them through WINEPATH,
+# in the installed bin/ (the stand-ins there come from the devkit).
+bin=$(realpath "$prefix/bin")
+export WINEPATH="Z:${bin//\//\\}"
+export ROOMCORE_WINEPREFIX=${ROOMCORE_WINEPREFIX:-$build/wineprefix}
+out=$("$roomcore_root/scripts/wine-run.sh" "$arch" "$work/host/host.exe")
+echo "$out"
+want="made and released with $WINEPATH\\roomcore.dll"
+grep -iqF "$want" <<<"$out" || { echo "expected: $want"; exit 1; }
