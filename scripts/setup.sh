@@ -16,7 +16,7 @@ packages=(cmake ninja-build make pkg-config nasm dpkg-dev python3 file
   g++-mingw-w64-i686-posix binutils-mingw-w64-i686
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine32:i386 wine64 xvfb xauth pulseaudio pulseaudio-utils
-  rapidjson-dev googletest ffmpeg)
+  rapidjson-dev googletest ffmpeg fonts-dejavu-core)
 
 need_install=0
 for p in "${packages[@]}"; do
