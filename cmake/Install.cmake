@@ -14,8 +14,6 @@
 #     lib/cmake/roomcore/roomcoreDevkitTargets*.cmake
 #     share/doc/roomcore-devkit/      the licences of what they contain
 include(CMakePackageConfigHelpers)
-# (the demo's build stages the SDK on every build: say only what changed)
-set(CMAKE_INSTALL_MESSAGE LAZY)
 set(ROOMCORE_PACKAGE_DIR lib/cmake/roomcore)
 set(ROOMCORE_DOC_DIR share/doc/roomcore)
 set(ROOMCORE_PACKAGE_FILES ${CMAKE_BINARY_DIR}/package)
