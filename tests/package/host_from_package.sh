@@ -19,28 +19,7 @@ prefix=$work/sdk
 if [ "$step" = build ]; then
   rm -rf "$work"
   cmake --install "$build" --prefix "$prefix" --component roomcore >/dev/null
-  fail=0
-  mapfile -t patterns < <(grep -v '^#' "$here/library_files.txt" | grep .)
-  mapfile -t files < <(cd "$prefix" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
-  for file in "${files[@]}"; do
-    ok=0
-    for pattern in "${patterns[@]}"; do
-      # (unquoted: the line is a glob)
-      [[ $file == $pattern ]] && ok=1 && break
-    done
-    [ $ok -eq 1 ] || { echo "installed but not in the SDK's layout: $file"; fail=1; }
-  done
-  for pattern in "${patterns[@]}"; do
-    ok=0
-    for file in "${files[@]}"; do [[ $file == $pattern ]] && ok=1 && break; done
-    [ $ok -eq 1 ] || { echo "missing from the install: $pattern"; fail=1; }
-  done
-  if ! diff <(cd "$roomcore_root/include/roomcore" && ls) <(cd "$prefix/include/roomcore" && ls); then
-    echo "the installed headers differ from include/roomcore/ (< tree, > installed)"
-    fail=1
-  fi
-  [ $fail -eq 0 ] || exit 1
-  echo "library component: ${#files[@]} files, as laid out"
+  bash "$here/check_layout.sh" "$prefix"
   cmake --install "$build" --prefix "$prefix" --component devkit >/dev/null
   cmake -S "$here/host" -B "$work/host" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$(roomcore_toolchain "$arch")" \
     -Droomcore_DIR="$prefix/lib/cmake/roomcore" -DCMAKE_BUILD_TYPE=Release >"$work/host-configure.log" 2>&1 ||
