@@ -23,6 +23,7 @@ import os
 import re
 import subprocess
 import sys
+import time
 
 FONT = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
 STORYBOARD_FRAMES = 12
@@ -122,6 +123,7 @@ def main():
     parser.add_argument("folder")
     parser.add_argument("--keep-raw", action="store_true", help="keep shared.y4m and the BMPs")
     args = parser.parse_args()
+    started = time.time()
     folder = os.path.abspath(args.folder)
     path = lambda name: os.path.join(folder, name)
 
@@ -164,7 +166,8 @@ def main():
         size = os.path.getsize(path(name))
         total += size
         print("%8.1f MB  %s" % (size / 1e6, path(name)))
-    print("%8.1f MB  in all; open %s in a browser" % (total / 1e6, path("index.html")))
+    print("%8.1f MB  in all, made in %.0f s; open %s in a browser" % (total / 1e6, time.time() - started,
+                                                                    path("index.html")))
     return 0
 
 
