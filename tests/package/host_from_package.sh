@@ -8,7 +8,8 @@
 #     MinGW toolchain file of ARCH.
 #   host_from_package.sh run BUILD_DIR ARCH
 #     runs that host under Wine with only the installed bin/ on its PATH and
-#     checks that it loaded the installed roomcore.dll.
+#     checks that it loaded the installed roomcore.dll, whose version
+#     resource Windows' GetFileVersionInfo reads as the package's version.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/../../scripts/lib.sh"
@@ -35,5 +36,6 @@ export WINEPATH="Z:${bin//\//\\}"
 export ROOMCORE_WINEPREFIX=${ROOMCORE_WINEPREFIX:-$build/wineprefix}
 out=$("$roomcore_root/scripts/wine-run.sh" "$arch" "$work/host/host.exe")
 echo "$out"
-want="made and released with $WINEPATH\\roomcore.dll"
+version=$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/lib/cmake/roomcore/roomcoreConfigVersion.cmake")
+want="made and released with $WINEPATH\\roomcore.dll, FileVersion $version.0"
 grep -iqF "$want" <<<"$out" || { echo "expected: $want"; exit 1; }
