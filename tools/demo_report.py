@@ -89,7 +89,7 @@ PAGE = """<!DOCTYPE html>
 <style>
 body {{ font-family: sans-serif; margin: 2em auto; max-width: 1280px; color: #222; }}
 table {{ border-collapse: collapse; }} td {{ padding: 3px 12px; border-bottom: 1px solid #ddd; }}
-td:first-child {{ font-weight: bold; }} td:last-child {{ font-family: monospace; }}
+td:first-child {{ font-weight: bold; }} td:last-child {{ font-family: monospace; white-space: pre; }}
 img, video {{ max-width: 100%; border: 1px solid #888; }}
 </style></head><body>
 <h1>roomcore demo</h1>
