@@ -38,7 +38,8 @@ if(NOT shipped)
   message(FATAL_ERROR "roomcore.dll imports no DLL of ${ROOMCORE_IMPORT_DIR}: is FFmpeg there?")
 endif()
 
-# The export list: the .def's names, and beside each its demangled form.
+# The export list: the .def's names, and beside each its demangled form
+# (the names as they stand: i686's c++filt would drop a leading underscore).
 file(STRINGS "${ROOMCORE_DEF}" def_lines)
 set(names)
 foreach(line IN LISTS def_lines)
@@ -49,7 +50,7 @@ endforeach()
 string(REGEX REPLACE "objdump$" "c++filt" cxxfilt "${ROOMCORE_OBJDUMP}")
 string(JOIN "\n" raw ${names})
 file(WRITE "${ROOMCORE_WORK_DIR}/exports.raw" "${raw}\n")
-execute_process(COMMAND "${cxxfilt}" INPUT_FILE "${ROOMCORE_WORK_DIR}/exports.raw"
+execute_process(COMMAND "${cxxfilt}" --no-strip-underscore INPUT_FILE "${ROOMCORE_WORK_DIR}/exports.raw"
   OUTPUT_VARIABLE demangled RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "${cxxfilt} failed")

@@ -34,7 +34,8 @@ for arch in "${roomcore_archs[@]}"; do
   stage=$build/package-stage
   rm -rf "$stage"
   for component in roomcore devkit; do
-    cmake --install "$build" --prefix "$stage/$component/$name" --component "$component" >/dev/null
+    # (stripped: the symbol tables halve the DLLs; exports and resources stay)
+    cmake --install "$build" --prefix "$stage/$component/$name" --component "$component" --strip >/dev/null
   done
   bash "$roomcore_root/tests/package/check_layout.sh" "$stage/roomcore/$name"
   (cd "$stage/roomcore" && cmake -E tar cf "$dist/$name.zip" --format=zip "$name")
