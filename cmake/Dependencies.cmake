@@ -41,7 +41,9 @@ target_include_directories(rapidjson SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/third_
 # The contracts of the SDKs and of Fundus.dll: the library compiles against
 # these alone; the stand-ins implement them.
 add_library(roomcore_sdk INTERFACE)
-target_include_directories(roomcore_sdk INTERFACE ${CMAKE_SOURCE_DIR}/sdk)
+target_include_directories(roomcore_sdk INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/sdk>
+                                                 $<INSTALL_INTERFACE:include/roomcore-devkit>)
+set_target_properties(roomcore_sdk PROPERTIES EXPORT_NAME sdk_contracts)
 
 # Everything roomcore.dll links: the platform, the companion and SDK DLLs and
 # FFmpeg. The stand-ins give only their import libraries here (LINK_ONLY), so

@@ -16,7 +16,7 @@ packages=(cmake ninja-build make pkg-config nasm dpkg-dev python3 file
   g++-mingw-w64-i686-posix binutils-mingw-w64-i686
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine32:i386 wine64 xvfb xauth pulseaudio pulseaudio-utils
-  rapidjson-dev googletest ffmpeg)
+  rapidjson-dev googletest ffmpeg fonts-dejavu-core)
 # Where this machine runs no 32-bit code, the x86 suite runs in an emulated
 # Debian VM (scripts/vm.sh): its builder and its emulator.
 if [[ " ${roomcore_archs[*]} " == *" x86 "* ]] && ! roomcore_runs_32bit; then

@@ -1,0 +1,22 @@
+# roomcore_version_resource(TARGET DESCRIPTION): gives a DLL target a version
+# resource (what Explorer's Details tab, an installer or a crash report read)
+# with the project's version, compiled by the MinGW resource compiler.
+set(ROOMCORE_VERSION_RC_IN ${CMAKE_CURRENT_LIST_DIR}/version.rc.in)
+
+function(roomcore_version_resource target description)
+  get_target_property(name ${target} OUTPUT_NAME)
+  if(NOT name)
+    set(name ${target})
+  endif()
+  set(RC_FILE_NAME "${name}.dll")
+  set(RC_DESCRIPTION "${description} (${ROOMCORE_ARCH})")
+  foreach(part MAJOR MINOR PATCH TWEAK)
+    set(RC_${part} "${PROJECT_VERSION_${part}}")
+    if(RC_${part} STREQUAL "")
+      set(RC_${part} 0)
+    endif()
+  endforeach()
+  set(rc ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
+  configure_file(${ROOMCORE_VERSION_RC_IN} ${rc} @ONLY)
+  target_sources(${target} PRIVATE ${rc})
+endfunction()
