@@ -277,11 +277,21 @@ set -u
 mkdir -p /mnt/src /mnt/build
 mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144,ro src /mnt/src
 mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144,ro build /mnt/build
+mkdir -p /mnt/deps
+mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144,ro deps /mnt/deps
 echo "[guest] copying the sources and the build tree"
 mkdir -p "$roomcore_root" "$build"
 tar -C /mnt/src -cf - --exclude=./build --exclude=./.git --exclude=./dist --exclude=./demo-out . | tar -C "$roomcore_root" -xf -
 tar -C /mnt/build -cf - --exclude='*.obj' --exclude='*.o' --exclude=./wineprefix --exclude=./Testing . | tar -C "$build" -xf -
-umount /mnt/src /mnt/build
+tar -C /mnt/deps -cf - . | (mkdir -p "$roomcore_cache/$arch" && tar -C "$roomcore_cache/$arch" -xf -)
+umount /mnt/src /mnt/build /mnt/deps
+# Programs the build tree names by a path of this machine (a python3 of a
+# version manager, say) are the guest's own of the same name.
+grep -E '^[A-Za-z0-9_]+:FILEPATH=/' "$build/CMakeCache.txt" | cut -d= -f2- | while read -r program; do
+  [ -e "\$program" ] && continue
+  own=\$(command -v "\$(basename "\$program")") || continue
+  mkdir -p "\$(dirname "\$program")" && ln -s "\$own" "\$program"
+done
 echo "[guest] running the $arch suite"
 export ROOMCORE_WINEPREFIX=$vm_guest_prefix
 bash "$roomcore_root/scripts/run-suite.sh" $arch "$build" $args
@@ -293,7 +303,8 @@ EOF
   log "booting the guest (console: $build/vm-console.log; limit $vm_timeout_min min)"
   vm_boot "$overlay" qcow2 "$share" "$build/vm-console.log" \
     -virtfs "local,path=$roomcore_root,mount_tag=src,security_model=none,readonly=on" \
-    -virtfs "local,path=$build,mount_tag=build,security_model=none,readonly=on" || rc=$?
+    -virtfs "local,path=$build,mount_tag=build,security_model=none,readonly=on" \
+    -virtfs "local,path=$(realpath "$roomcore_cache/$arch"),mount_tag=deps,security_model=none,readonly=on" || rc=$?
   cp "$share/test-run.log" "$build/test-run.log" 2>/dev/null || true
   cp "$share/LastTest.log" "$build/vm-LastTest.log" 2>/dev/null || true
   rm -rf "$work"
