@@ -48,6 +48,17 @@ class FakeDwm {
     sources_[source].result = result;
   }
   void set_register_result(HRESULT result) { register_result_ = result; }
+  // The next `count` property updates are refused (and still recorded).
+  void FailUpdates(int count) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    failing_updates_ = count;
+  }
+  // The next size query signals `entered` and answers only once `gate` is set.
+  void HoldNextQuery(HANDLE entered, HANDLE gate) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    held_entered_ = entered;
+    held_gate_ = gate;
+  }
   void set_composition(BOOL enabled) { composition_ = enabled; }
 
   int registrations() {
@@ -119,7 +130,15 @@ class FakeDwm {
   }
   static HRESULT WINAPI QuerySize(HTHUMBNAIL thumbnail, PSIZE size) {
     FakeDwm* self = current_;
-    std::lock_guard<std::mutex> hold(self->mutex_);
+    std::unique_lock<std::mutex> hold(self->mutex_);
+    if (self->held_gate_) {
+      const HANDLE gate = self->held_gate_;
+      self->held_gate_ = nullptr;
+      hold.unlock();
+      SetEvent(self->held_entered_);
+      WaitForSingleObject(gate, INFINITE);
+      hold.lock();
+    }
     const HWND source = self->thumbnails_.count(thumbnail) ? self->thumbnails_[thumbnail] : nullptr;
     ++self->queries_[source];
     self->last_query_thread_ = GetCurrentThreadId();
@@ -134,6 +153,10 @@ class FakeDwm {
     std::lock_guard<std::mutex> hold(self->mutex_);
     self->updates_.push_back({thumbnail, self->thumbnails_[thumbnail], *properties, GetCurrentThreadId()});
     self->changed_.notify_all();
+    if (self->failing_updates_ > 0) {
+      --self->failing_updates_;
+      return E_FAIL;
+    }
     return S_OK;
   }
   static HRESULT WINAPI IsCompositionEnabled(BOOL* enabled) {
@@ -153,6 +176,9 @@ class FakeDwm {
   intptr_t next_id_ = 0;
   DWORD last_query_thread_ = 0;
   HRESULT register_result_ = S_OK;
+  int failing_updates_ = 0;
+  HANDLE held_entered_ = nullptr;
+  HANDLE held_gate_ = nullptr;
   BOOL composition_ = TRUE;
 };
 

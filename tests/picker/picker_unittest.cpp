@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -13,7 +16,44 @@
 #include "picker/window_snapshot_impl.h"
 #include "tests/picker/test_windows.h"
 
+// From this size on, arrays can't be had: a host's address space can run
+// out before any bitmap limit is reached.
+static size_t g_refuse_arrays_from = SIZE_MAX;
+
+void* operator new[](size_t size) {
+  void* p = size < g_refuse_arrays_from ? std::malloc(size ? size : 1) : nullptr;
+  if (!p) throw std::bad_alloc();
+  return p;
+}
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, size_t) noexcept { std::free(p); }
+
 namespace {
+
+TEST(WindowSnapshotImpl, APictureWhoseMemoryCantBeHadIsNone) {
+  picker_testing::WindowOptions options;
+  options.style = WS_POPUP | WS_VISIBLE;
+  options.width = 400;
+  options.height = 300;
+  picker_testing::TestWindow window(options);
+  picker::WindowSnapshotImpl snapshot(window.hwnd());
+  ASSERT_NE(snapshot.GetPicture(), nullptr);
+  g_refuse_arrays_from = 400 * 300 * 4;
+  EXPECT_EQ(snapshot.GetPicture(), nullptr);
+  g_refuse_arrays_from = SIZE_MAX;
+}
+
+// On a monochrome context the bitmap of 65536 x 16384 pixels is 128 MB and
+// can be made, while the picture of it is 2^32 bytes: counted in 32 bits,
+// that wraps to 0.
+TEST(PictureOfWindow, APictureTooLargeForItsHeaderIsNone) {
+  picker_testing::WindowOptions options;
+  options.style = WS_POPUP;
+  picker_testing::TestWindow window(options);
+  const HDC monochrome = CreateCompatibleDC(nullptr);
+  EXPECT_EQ(picker::PictureOfWindow(window.hwnd(), monochrome, 65536, 16384, SIZE{65536, 16384}), nullptr);
+  DeleteDC(monochrome);
+}
 
 TEST(TopWindowEnumCallback, KeepsWalkingWhateverItIsGiven) {
   EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(nullptr, 0), TRUE);  // no object
@@ -66,11 +106,12 @@ TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
     int width, height, horz, vert, desktop_horz, desktop_vert;
     SIZE want;
   } cases[] = {
-      {300, 200, 1280, 1024, 1280, 1024, {300, 200}},  // unscaled
-      {300, 200, 1280, 720, 1920, 1080, {450, 300}},   // 150 %
-      {301, 201, 1280, 720, 1920, 1080, {451, 301}},   // truncated
-      {300, 200, 960, 540, 1920, 1080, {600, 400}},    // 200 %
-      {300, 200, 0, 0, 1920, 1080, {300, 200}},        // no answer from the device
+      {300, 200, 1280, 1024, 1280, 1024, {300, 200}},                // unscaled
+      {300, 200, 1280, 720, 1920, 1080, {450, 300}},                 // 150 %
+      {301, 201, 1280, 720, 1920, 1080, {451, 301}},                 // truncated
+      {300, 200, 960, 540, 1920, 1080, {600, 400}},                  // 200 %
+      {300, 200, 0, 0, 1920, 1080, {300, 200}},                      // no answer from the device
+      {1 << 30, 1 << 30, 960, 540, 1920, 1080, {INT_MAX, INT_MAX}},  // beyond any bitmap: held at the limit
   };
   for (const Case& c : cases) {
     const SIZE got = picker::DeviceSize(c.width, c.height, c.horz, c.vert, c.desktop_horz, c.desktop_vert);

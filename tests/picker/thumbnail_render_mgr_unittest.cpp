@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "base/scoped_handle.h"
@@ -58,7 +59,11 @@ class RecordingEvent : public ThumbnailRenderEvent {
   void OnThumbnailSourceLost(HWND source) override {
     std::lock_guard<std::mutex> hold(mutex_);
     lost_.push_back(source);
+    if (released && WaitForSingleObject(released, 0) == WAIT_OBJECT_0) ++late;
   }
+  // Set once Release has returned; calls after it count as late.
+  HANDLE released = nullptr;
+  int late = 0;
   std::vector<HWND> lost() {
     std::lock_guard<std::mutex> hold(mutex_);
     return lost_;
@@ -220,6 +225,45 @@ TEST_F(ThumbnailManager, ALostSourceIsDroppedAndReportedOnce) {
   const std::vector<ThumbnailEntry> entries = manager_->EntriesForTesting();
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_EQ(entries[0].source, kTall);
+}
+
+TEST_F(ThumbnailManager, ARefusedUpdateIsSentAgainAtTheNextPass) {
+  dwm_.SetSize(kWide, {1600, 900});
+  dwm_.FailUpdates(1);
+  ASSERT_TRUE(manager_->SetThumbnail(kDestination, &kBox, 0, 0, 0, kWide));
+  manager_->Start();
+  ASSERT_TRUE(dwm_.WaitUntil([&] { return UpdatesOf(kWide) == 2; }));
+  for (const FakeDwm::Update& update : dwm_.updates()) {
+    EXPECT_TRUE(SameRect(update.properties.rcDestination, {10, 50, 330, 230}));
+  }
+  ASSERT_TRUE(dwm_.WaitForPasses(kWide, 2));
+  EXPECT_EQ(UpdatesOf(kWide), 2u);  // taken: at rest from then on
+}
+
+TEST_F(ThumbnailManager, NoSourceIsReportedLostOnceReleaseHasReturned) {
+  dwm_.SetSize(kWide, {1600, 900});
+  ASSERT_TRUE(manager_->SetThumbnail(kDestination, &kBox, 0, 0, 0, kWide));
+  manager_->Start();
+  ASSERT_TRUE(WaitForFit(kWide, {10, 50, 330, 230}));
+  base::ScopedHandle entered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  base::ScopedHandle gate(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  base::ScopedHandle released(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  event_.released = released.get();
+  dwm_.FailQuery(kWide, E_INVALIDARG);
+  dwm_.HoldNextQuery(entered.get(), gate.get());
+  ASSERT_EQ(WaitForSingleObject(entered.get(), 5000), WAIT_OBJECT_0);  // a pass is under way
+  std::thread host([&] {
+    ThumbnailRenderMgr::Release(manager_);
+    SetEvent(released.get());
+  });
+  // Release may wait for the pass, but the pass mustn't wait for Release: the
+  // gate opens once Release has returned or has had ample time to.
+  WaitForSingleObject(released.get(), 200);
+  SetEvent(gate.get());
+  host.join();
+  manager_ = nullptr;
+  EXPECT_EQ(WaitForSingleObject(destroyed_.get(), 5000), WAIT_OBJECT_0);
+  EXPECT_EQ(event_.late, 0);
 }
 
 TEST_F(ThumbnailManager, ASourceWithoutAreaIsLeftAsItWas) {

@@ -142,6 +142,24 @@ TEST(WindowSnapshot, PictureIsTheWholeWindowTopDownWithItsContent) {
   EXPECT_EQ(picture->bitmap_info()->bmiHeader.biHeight, -80);
 }
 
+// 2^32 bytes and more: counted in 32 bits, the size would wrap to 0, and the
+// read-out would write the whole window into an empty buffer.
+TEST(WindowSnapshot, AWindowLargerThanAnyPictureGivesNone) {
+  for (SIZE size : {SIZE{65536, 16384}, SIZE{1 << 30, 2}}) {
+    WindowOptions options;
+    options.style = WS_POPUP;  // hidden: nothing to show on the screen
+    options.x = options.y = 0;
+    options.width = size.cx;
+    options.height = size.cy;
+    TestWindow window(options);
+    RECT rect = {};
+    ASSERT_TRUE(GetWindowRect(window.hwnd(), &rect));
+    ASSERT_EQ(rect.right - rect.left, size.cx) << "the platform made it smaller";
+    ASSERT_EQ(rect.bottom - rect.top, size.cy);
+    EXPECT_EQ(Take(window.hwnd())->GetPicture(), nullptr) << size.cx << "x" << size.cy;
+  }
+}
+
 TEST(WindowSnapshot, AWindowThatHasGoneGivesNothing) {
   Icons icons;
   WindowOptions options;
