@@ -73,20 +73,14 @@ TEST(TopWindowEnum, ListsTheOfferableWindowsInTheWalksOrderAndEachWalkAnew) {
   }
   TopWindowEnum* list = TopWindowEnum::Create();
   EXPECT_EQ(list->GetWindowAt(0), nullptr);  // nothing walked yet
-  std::vector<HWND> listed = Walk(list), walked, ours_listed, ours_walked;
+  std::vector<HWND> listed = Walk(list), walked;
   EnumDesktopWindows(GetThreadDesktop(GetCurrentThreadId()), &Collect, reinterpret_cast<LPARAM>(&walked));
   for (size_t i = 0; i < windows.size(); ++i) {
     EXPECT_EQ(std::count(listed.begin(), listed.end(), windows[i]->hwnd()), cases[i].offered ? 1 : 0) << i;
   }
-  auto offered = [&](HWND hwnd) {
-    for (size_t i = 0; i < windows.size(); ++i) {
-      if (windows[i]->hwnd() == hwnd) return cases[i].offered;
-    }
-    return false;
-  };
-  std::copy_if(listed.begin(), listed.end(), std::back_inserter(ours_listed), offered);
-  std::copy_if(walked.begin(), walked.end(), std::back_inserter(ours_walked), offered);
-  EXPECT_EQ(ours_listed, ours_walked);
+  auto at = walked.begin();  // the list follows the platform's walk, in its order
+  for (HWND hwnd : listed) at = std::find(at, walked.end(), hwnd);
+  EXPECT_TRUE(!listed.empty() && at != walked.end());
 
   const HWND closed = windows[0]->hwnd();
   windows.clear();
