@@ -159,6 +159,14 @@ void ThumbnailRenderMgrImpl::RequestExit() {
     delete this;
     return;
   }
+  {
+    // The worker calls the host only with the lock held: once the lock has
+    // been had here, no pass will call it again, and the host may destroy
+    // its event object as soon as Release returns.
+    base::AutoLock hold(lock_);
+    event_.store(nullptr);
+  }
+  // The last touch of the object: the worker may destroy it at once.
   exit_requested_.store(true);
 }
 
@@ -217,14 +225,18 @@ void ThumbnailRenderMgrImpl::LayOut(ThumbnailEntry& entry, const SIZE& size) {
   // a pass costs one size query per thumbnail and no update.
   const bool laid_out = entry.properties.dwFlags != 0;
   if (laid_out && SameSize(size, entry.source_size) && SameRect(fitted, entry.fitted_rect)) return;
+  DWM_THUMBNAIL_PROPERTIES properties = entry.properties;
+  properties.dwFlags = kLayoutFlags;
+  properties.rcDestination = fitted;
+  properties.opacity = 255;
+  properties.fVisible = TRUE;
+  properties.fSourceClientAreaOnly = TRUE;
+  // Recorded as done only once the window manager has taken it: a refused
+  // update is sent again at the next pass.
+  if (FAILED(dwm_.update_thumbnail_properties(entry.thumbnail, &properties))) return;
   entry.source_size = size;
   entry.fitted_rect = fitted;
-  entry.properties.dwFlags = kLayoutFlags;
-  entry.properties.rcDestination = fitted;
-  entry.properties.opacity = 255;
-  entry.properties.fVisible = TRUE;
-  entry.properties.fSourceClientAreaOnly = TRUE;
-  dwm_.update_thumbnail_properties(entry.thumbnail, &entry.properties);
+  entry.properties = properties;
 }
 
 }  // namespace picker

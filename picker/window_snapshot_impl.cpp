@@ -2,6 +2,10 @@
 
 #include <psapi.h>
 
+#include <climits>
+#include <cstdint>
+#include <new>
+
 #include "base/scoped_handle.h"
 #include "base/system_info.h"
 #include "capture/scoped_gdi.h"
@@ -57,29 +61,49 @@ HICON FindIcon(HWND window) {
   return icon;
 }
 
-// The pixels of `bitmap` as a top-down picture of `bit_count` bits, or null.
+// Whether a picture of `width` x `height` at 4 bytes a pixel has a size that
+// a bitmap header's 32-bit field can hold. Counted in 64 bits, so that a huge
+// window can't wrap the count into a small buffer.
+bool PictureFits(int64_t width, int64_t height) {
+  if (width <= 0 || height <= 0 || width > INT_MAX || height > INT_MAX) return false;
+  return static_cast<uint64_t>(width) * static_cast<uint64_t>(height) * 4 <= UINT32_MAX;
+}
+
+// The pixels of `bitmap` as a top-down picture of `bit_count` bits, or null,
+// also when the memory for it can't be had.
 std::unique_ptr<DibImage> ReadBitmap(HDC dc, HBITMAP bitmap, int width, int height, int bit_count) {
+  if (!PictureFits(width, height)) return nullptr;
   ReadOutInfo info = {};
   InitBitMapInfo(width, height, true, bit_count, reinterpret_cast<BITMAPINFO*>(&info));
-  // Not zeroed: the read-out fills it, and a picture is megabytes.
-  std::unique_ptr<uint8_t[]> pixels(new uint8_t[info.header.biSizeImage]);
-  if (!GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), pixels.get(), reinterpret_cast<BITMAPINFO*>(&info),
-                 DIB_RGB_COLORS)) {
+  try {
+    // Not zeroed: the read-out fills it, and a picture is megabytes.
+    std::unique_ptr<uint8_t[]> pixels(new uint8_t[info.header.biSizeImage]);
+    if (!GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), pixels.get(),
+                   reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS)) {
+      return nullptr;
+    }
+    return std::make_unique<DibImage>(reinterpret_cast<const BITMAPINFO*>(&info), pixels.get());
+  } catch (const std::bad_alloc&) {
     return nullptr;
   }
-  return std::make_unique<DibImage>(reinterpret_cast<const BITMAPINFO*>(&info), pixels.get());
 }
 
 }  // namespace
 
 SIZE DeviceSize(int width, int height, int horz_res, int vert_res, int desktop_horz_res,
                 int desktop_vert_res) {
+  // A scaled size beyond any bitmap's is held at the largest int: no bitmap
+  // is made of it either way.
+  auto scale = [](int value, int to, int from) {
+    const double scaled = static_cast<double>(value) * to / from;
+    return static_cast<LONG>(scaled < INT_MAX ? scaled : INT_MAX);
+  };
   SIZE size = {width, height};
   if (horz_res > 0 && desktop_horz_res > 0 && horz_res != desktop_horz_res) {
-    size.cx = static_cast<LONG>(static_cast<double>(width) * desktop_horz_res / horz_res);
+    size.cx = scale(width, desktop_horz_res, horz_res);
   }
   if (vert_res > 0 && desktop_vert_res > 0 && vert_res != desktop_vert_res) {
-    size.cy = static_cast<LONG>(static_cast<double>(height) * desktop_vert_res / vert_res);
+    size.cy = scale(height, desktop_vert_res, vert_res);
   }
   return size;
 }
@@ -110,9 +134,9 @@ DibImage* WindowSnapshotImpl::GetIcon() {
   capture::ScopedBitmap mask(info.hbmMask);
   capture::ScopedBitmap color(info.hbmColor);
   // An icon's hotspot is its centre.
+  if (!PictureFits(int64_t{info.xHotspot} * 2, int64_t{info.yHotspot} * 2)) return nullptr;
   const int width = static_cast<int>(info.xHotspot) * 2;
   const int height = static_cast<int>(info.yHotspot) * 2;
-  if (width <= 0 || height <= 0) return nullptr;
 
   capture::ScopedGetDC screen(nullptr);
   if (!screen) return nullptr;
@@ -162,9 +186,10 @@ DibImage* WindowSnapshotImpl::GetPicture() {
   if (!window_) return nullptr;
   RECT rect = {};
   if (!GetWindowRect(window_, &rect)) return nullptr;
+  // A window larger than any picture gives none, and the last one stays.
+  if (!PictureFits(int64_t{rect.right} - rect.left, int64_t{rect.bottom} - rect.top)) return nullptr;
   const int width = rect.right - rect.left;
   const int height = rect.bottom - rect.top;
-  if (width <= 0 || height <= 0) return nullptr;
 
   capture::ScopedGetDC dc(window_);
   if (!dc) return nullptr;

@@ -91,8 +91,9 @@ class ROOMCORE_API ThumbnailRenderMgr {
  public:
   // A new object on each call; no thread yet.
   static ThumbnailRenderMgr* Create();
-  // Ends the object without waiting; null does nothing. Not from inside
-  // OnThumbnailSourceLost.
+  // Ends the object; null does nothing. It waits only for a pass that is
+  // under way: once it returns, OnThumbnailSourceLost isn't called again.
+  // Not from inside OnThumbnailSourceLost.
   static void Release(ThumbnailRenderMgr* manager);
 
   virtual void SetRenderEvent(ThumbnailRenderEvent* event) = 0;

@@ -1,5 +1,5 @@
-// Counts live heap allocations made through operator new in this program,
-// so that tests can prove a scenario frees everything it made.
+// Counts live heap blocks made through operator new in this program, so that
+// tests can prove a scenario frees everything it made.
 #pragma once
 
 #include <cstdint>

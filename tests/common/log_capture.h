@@ -12,19 +12,15 @@
 namespace testing_support {
 
 struct LogLine {
-  std::wstring module;
-  std::wstring message;
+  std::wstring module, message;
 };
 
 class LogCapture {
  public:
-  LogCapture();
+  LogCapture();  // not copyable: it holds a mutex
   ~LogCapture();
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
   std::vector<LogLine> Lines() const;
-  // Messages (optionally only those of `module`), in order.
+  // Messages (of `module` only, unless it is empty), in order.
   std::vector<std::wstring> Messages(const std::wstring& module = L"") const;
   int Count(const std::wstring& message, const std::wstring& module = L"") const;
   bool Contains(const std::wstring& message, const std::wstring& module = L"") const {
@@ -35,22 +31,17 @@ class LogCapture {
   void Clear();
 
  private:
-  static void Sink(const wchar_t* module, const wchar_t* message, void* context);
-
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
   std::vector<LogLine> lines_;
 };
 
-// Polls `predicate` until it holds or `timeout_ms` passes. For state that has
+// Polls `predicate` until it holds or `timeout_ms` passes, for state that has
 // no event to wait on; returns the last value of the predicate.
 template <typename Predicate>
 bool WaitUntil(Predicate predicate, DWORD timeout_ms = 5000) {
-  const DWORD start = GetTickCount();
-  while (!predicate()) {
+  for (const DWORD start = GetTickCount(); !predicate(); Sleep(1))
     if (GetTickCount() - start > timeout_ms) return predicate();
-    Sleep(1);
-  }
   return true;
 }
 

@@ -6,14 +6,9 @@
 
 namespace testing_support {
 
-class RefuseThreads {
- public:
+struct RefuseThreads {
   RefuseThreads() { base::SetThreadStarterForTesting(&Refuse); }
   ~RefuseThreads() { base::SetThreadStarterForTesting(nullptr); }
-  RefuseThreads(const RefuseThreads&) = delete;
-  RefuseThreads& operator=(const RefuseThreads&) = delete;
-
- private:
   static HANDLE WINAPI Refuse(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;

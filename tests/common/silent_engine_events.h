@@ -1,5 +1,4 @@
-// An engine event interface that ignores everything: for programs that use
-// the engine only for its desktop stream.
+// Engine events, all ignored: for programs that use only the desktop stream.
 #pragma once
 
 #include "roomcore/rtc_engine.h"
