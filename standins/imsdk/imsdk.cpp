@@ -70,11 +70,24 @@ class StandIn {
     return *instance;
   }
 
+  // Records the call; while the function is blocked, the caller then waits
+  // inside it.
   void Record(const char* function, std::vector<RecordedArg> args) {
     RecordedCall call{function, std::move(args), GetCurrentThreadId(), CurrentContext()};
+    std::unique_lock<std::mutex> lock(mutex_);
+    calls_.push_back(std::move(call));
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return !blocked_.count(function); });
+  }
+
+  void Block(const char* function, bool block_it) {
     {
       std::lock_guard<std::mutex> hold(mutex_);
-      calls_.push_back(std::move(call));
+      if (block_it) {
+        blocked_.insert(function ? function : "");
+      } else {
+        blocked_.erase(function ? function : "");
+      }
     }
     changed_.notify_all();
   }
@@ -140,6 +153,8 @@ class StandIn {
 
   void Reset() {
     std::unique_lock<std::mutex> lock(mutex_);
+    blocked_.clear();
+    changed_.notify_all();
     DropQueued(lock);
     calls_.clear();
     results_.clear();
@@ -287,6 +302,7 @@ class StandIn {
   std::map<std::string, std::deque<int>> results_;
   std::map<std::string, std::deque<Outcome>> outcomes_;
   std::set<std::string> held_;
+  std::set<std::string> blocked_;
   std::deque<Job> queue_;
   std::deque<Job> parked_;
   bool thread_started_ = false;
@@ -483,6 +499,8 @@ void ImsdkScriptCallback(const char* function, int code, const char* desc) {
 }
 
 void ImsdkHoldCallbacks(const char* function, int hold) { StandIn::Get().Hold(function, hold != 0); }
+
+void ImsdkBlockCalls(const char* function, int block) { StandIn::Get().Block(function, block != 0); }
 
 void ImsdkSetEchoPeer(const char* peer_user_id) { StandIn::Get().SetEchoPeer(peer_user_id); }
 

@@ -6,6 +6,8 @@
 #include <atomic>
 #include <memory>
 
+#include "../base/allocation_counter.h"
+#include "base/scoped_handle.h"
 #include "common/log_capture.h"
 #include "fundus_control.h"
 #include "im/im_manager_impl.h"
@@ -15,6 +17,9 @@ class ImManagerImplTestPeer {
  public:
   static void SetNeedLogout(ImManagerImpl* manager) { manager->need_logout_ = true; }
   static DWORD TaskThread(ImManagerImpl* manager) { return manager->task_thread_id_; }
+  static bool WaitForTaskEnd(ImManagerImpl* manager) {
+    return WaitForSingleObject(manager->stop_event_.get(), 5000) == WAIT_OBJECT_0;
+  }
   static void Receive(ImManagerImpl* manager, const char* json) {
     manager->HandleTIMRecvNewMsgCallback(json);
   }
@@ -112,6 +117,35 @@ TEST_F(ImInsideTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   const std::vector<std::string> names = imsdk_control::CallNames();
   ASSERT_EQ(static_cast<int>(names.size()), calls + 1);
   EXPECT_EQ(names.back(), "TIMGroupQuit");
+}
+
+// Whiteboard records posted behind the stop are freed with the end of the
+// task loop; one that can't be posted any more is freed by the sender.
+TEST_F(ImInsideTest, SendRecordsQueuedBehindTheStopAreFreed) {
+  struct Blocker : ImManagerEvent {
+    void OnImEvent(int, int, const char*) override {
+      SetEvent(entered.get());
+      WaitForSingleObject(release.get(), kWait);
+    }
+    void OnRecvC2CTextMessage(const char*, const char*) override {}
+    void OnRecvGroupTextMessage(const char*, const char*, const char*) override {}
+    void OnRecvC2CCustomMessage(const char*, const char*, int) override {}
+    base::ScopedHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    base::ScopedHandle release{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+  } blocker;
+  FundusSetLogSink(nullptr, nullptr);  // the capture's lines would count as allocations
+  manager_->SetEventCallback(&blocker);
+  ImsdkScriptResult("TIMInit", 1);  // the failed login is reported on the task thread
+  manager_->ReLogIn();
+  ASSERT_EQ(WaitForSingleObject(blocker.entered.get(), kWait), WAIT_OBJECT_0);
+  const int64_t live = testing_support::LiveAllocations();
+  ASSERT_TRUE(PostThreadMessageW(ImManagerImplTestPeer::TaskThread(manager_.get()), IMTask_Stop, 0, 0));
+  for (const char* data : {"one", "two", "three"}) manager_->SendWhiteBoardData(data, 3, nullptr);
+  SetEvent(blocker.release.get());
+  ASSERT_TRUE(ImManagerImplTestPeer::WaitForTaskEnd(manager_.get()));
+  manager_->SendWhiteBoardData("late", 4, nullptr);
+  EXPECT_EQ(testing_support::LiveAllocations(), live);
+  EXPECT_EQ(ImsdkCallCount("TIMMsgSendNewMsg"), 0);
 }
 
 // The join's flush sends each waiting record holding no lock of the manager:

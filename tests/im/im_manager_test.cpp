@@ -9,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include "base/scoped_handle.h"
 #include "im/im_test_support.h"
 
 namespace im_test {
@@ -98,34 +99,50 @@ TEST_F(ImManagerTest, TwoThreadsGettingTheInstanceAtOnceGetOneObject) {
   EXPECT_EQ(ImManager::GetImManagerInstance(), seen[0]);
 }
 
-// A handler on the task thread that asks for the instance while a destroy
-// waits for that thread gets the dying object, and the destroy completes.
-TEST_F(ImManagerTest, AHandlerOnTheTaskThreadMayGetTheInstanceDuringADestroy) {
+// While a destroy waits for the task thread, a handler on that thread gets
+// the dying object; any other thread waits for the destroy to end and gets
+// a new object, not the one being freed.
+TEST_F(ImManagerTest, DuringADestroyOnlyTheDyingTaskThreadGetsTheDyingObject) {
   struct Handler : Journal {
     void OnImEvent(int event, int code, const char* desc) override {
+      Journal::OnImEvent(event, code, desc);
       // Wait until the destroy has posted its stop to this thread's queue.
       MSG msg;
       const DWORD deadline = GetTickCount() + kWait;
       while (!PeekMessageW(&msg, nullptr, 8000, 8000, PM_NOREMOVE) && GetTickCount() < deadline)
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_POSTMESSAGE);
-      seen = ImManager::GetImManagerInstance();
-      Journal::OnImEvent(event, code, desc);
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, kWait, QS_POSTMESSAGE);
+      own = ImManager::GetImManagerInstance();
+      other = std::thread([this] {
+        SetEvent(asking.get());
+        other_usr = ImManager::GetImManagerInstance()->GetUsrId();
+        SetEvent(answered.get());
+      });
+      WaitForSingleObject(asking.get(), kWait);
+      // The dying object, handed out, would answer at once.
+      answered_early = WaitForSingleObject(answered.get(), 100) == WAIT_OBJECT_0;
     }
-    std::atomic<ImManager*> seen{nullptr};
+    ImManager* own = nullptr;
+    std::thread other;
+    std::string other_usr = "<none>";
+    bool answered_early = false;
+    base::ScopedHandle asking{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    base::ScopedHandle answered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   } handler;
   ImsdkScriptResult("TIMInit", 1);  // the login event then comes on the task thread
   manager_->SetEventCallback(&handler);
-  ImsdkHoldCallbacks("TIMLogin", 1);
   manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
-  HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  std::thread([done] {
+  base::ScopedHandle done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  std::thread([&done] {
     ImManager::DestroyImManagerInstance();
-    SetEvent(done);
+    SetEvent(done.get());
   }).detach();
-  ASSERT_EQ(WaitForSingleObject(done, kWait), WAIT_OBJECT_0) << "the destroy deadlocked";
-  CloseHandle(done);
+  ASSERT_EQ(WaitForSingleObject(done.get(), kWait), WAIT_OBJECT_0) << "the destroy deadlocked";
+  ASSERT_TRUE(handler.other.joinable());
+  handler.other.join();
   EXPECT_EQ(handler.Events(IMEvent_Login).at(0).Text(), "1/-1/initialize failed!");
-  EXPECT_EQ(handler.seen.load(), manager_);
+  EXPECT_EQ(handler.own, manager_);
+  EXPECT_FALSE(handler.answered_early);
+  EXPECT_EQ(handler.other_usr, "");  // a new object, with its start values
 }
 
 // Also the first login's arguments, events and log lines.

@@ -179,6 +179,28 @@ TEST_F(ImSendTest, SendsFromSeveralThreadsAcrossTheJoinAreEachSentOnceInEachThre
   for (int t = 0; t < kThreads; ++t) EXPECT_EQ(sequences[t], expected) << "thread " << t;
 }
 
+// A flush still sending when the quit takes effect sends what was queued
+// before the quit; what comes after it waits for the next join.
+TEST_F(ImSendTest, SendsAfterTheQuitWaitForTheNextJoinEvenWhileAFlushRuns) {
+  LogInHoldingTheJoin();
+  manager_->SendWhiteBoardData("before", 6, nullptr);
+  ImsdkBlockCalls("TIMMsgSendNewMsg", 1);
+  ReleaseJoin();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 1, kWait));  // the flush is inside its send
+  manager_->LogoutAndQuitGroup();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));  // out of the group now
+  manager_->SendWhiteBoardData("after", 5, nullptr);
+  ImsdkBlockCalls("TIMMsgSendNewMsg", 0);
+  ASSERT_TRUE(journal_.WaitForEvent(IMEvent_QuitGroup, 1));
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  std::vector<Call> sent = CallsOf("TIMMsgSendNewMsg");
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(SentData(sent[0]), "before");
+  manager_->ReLogIn();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 2, kWait));
+  EXPECT_EQ(SentData(CallsOf("TIMMsgSendNewMsg")[1]), "after");
+}
+
 TEST_F(ImSendTest, ASendBeforeAnyLoginIsFreedUnsentWithoutOutcome) {
   manager_->SetWhiteBoardCallback(&journal_);
   manager_->SendWhiteBoardData("too early", 9, nullptr);
