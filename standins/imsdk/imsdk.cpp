@@ -70,21 +70,26 @@ class StandIn {
     return *instance;
   }
 
-  // Records the call; while the function is blocked, the caller then waits
-  // inside it.
+  // Records the call; while calls of the function from its blocked number
+  // on are blocked, the caller then waits inside it.
   void Record(const char* function, std::vector<RecordedArg> args) {
     RecordedCall call{function, std::move(args), GetCurrentThreadId(), CurrentContext()};
     std::unique_lock<std::mutex> lock(mutex_);
     calls_.push_back(std::move(call));
+    const std::string name = function;
+    const int number = CountLocked(&name);
     changed_.notify_all();
-    changed_.wait(lock, [&] { return !blocked_.count(function); });
+    changed_.wait(lock, [&] {
+      auto it = blocked_.find(name);
+      return it == blocked_.end() || number < it->second;
+    });
   }
 
-  void Block(const char* function, bool block_it) {
+  void Block(const char* function, int from_call) {
     {
       std::lock_guard<std::mutex> hold(mutex_);
-      if (block_it) {
-        blocked_.insert(function ? function : "");
+      if (from_call > 0) {
+        blocked_[function ? function : ""] = from_call;
       } else {
         blocked_.erase(function ? function : "");
       }
@@ -148,6 +153,8 @@ class StandIn {
 
   void Uninit() {
     std::unique_lock<std::mutex> lock(mutex_);
+    blocked_.clear();
+    changed_.notify_all();
     DropQueued(lock);
   }
 
@@ -302,7 +309,7 @@ class StandIn {
   std::map<std::string, std::deque<int>> results_;
   std::map<std::string, std::deque<Outcome>> outcomes_;
   std::set<std::string> held_;
-  std::set<std::string> blocked_;
+  std::map<std::string, int> blocked_;
   std::deque<Job> queue_;
   std::deque<Job> parked_;
   bool thread_started_ = false;
@@ -500,7 +507,7 @@ void ImsdkScriptCallback(const char* function, int code, const char* desc) {
 
 void ImsdkHoldCallbacks(const char* function, int hold) { StandIn::Get().Hold(function, hold != 0); }
 
-void ImsdkBlockCalls(const char* function, int block) { StandIn::Get().Block(function, block != 0); }
+void ImsdkBlockCalls(const char* function, int from_call) { StandIn::Get().Block(function, from_call); }
 
 void ImsdkSetEchoPeer(const char* peer_user_id) { StandIn::Get().SetEchoPeer(peer_user_id); }
 

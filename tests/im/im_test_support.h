@@ -23,31 +23,33 @@ using Lines = std::vector<std::string>;
 constexpr char kGroup[] = "group-1";
 constexpr DWORD kWait = 5000;
 inline std::string N(long long n) { return std::to_string(n); }
-inline std::string T(const char* text) { return text ? text : "null"; }
+inline std::string S(const std::string& text) { return text; }
 inline Lines Sorted(Lines lines) { return std::sort(lines.begin(), lines.end()), lines; }
+inline Lines L(const std::string& joined) {  // the lines of "a;b;c"
+  Lines out;
+  for (size_t at = 0, end = 0; !joined.empty() && end != std::string::npos; at = end + 1)
+    out.push_back(joined.substr(at, (end = joined.find(';', at)) - at));
+  return out;
+}
 inline HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 
-// "ev 1/0/login success", "wb group|sender|data|length", "res code/desc/user_data", "c2c sender|text",
-// "text group|sender|text", "c2cdata sender|data|length"; " here": on the thread that made the journal.
+// "ev 1|0|login success", "res code|desc|user_data", "wb group|sender|data|length", "text group|sender|text",
+// "c2c sender|text", "c2cdata sender|data|length"; " here": a call on the thread that made the journal.
 class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
-  void OnImEvent(int event, int code, const char* desc) override {
-    Add("ev " + N(event) + "/" + N(code) + "/" + desc);
+  void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
+  void OnRecvC2CTextMessage(const char* from, const char* text) override { Add("c2c", from, text); }
+  void OnRecvGroupTextMessage(const char* g, const char* from, const char* text) override {
+    Add("text", g, from, text);
   }
-  void OnRecvC2CTextMessage(const char* from, const char* text) override {
-    Add("c2c " + T(from) + "|" + text);
+  void OnRecvC2CCustomMessage(const char* from, const char* d, int n) override {
+    Add("c2cdata", from, S({d, d + n}), N(n));
   }
-  void OnRecvGroupTextMessage(const char* group, const char* from, const char* text) override {
-    Add("text " + T(group) + "|" + from + "|" + text);
+  void OnRecvWhiteBoardData(const char* g, const char* from, const char* d, int n) override {
+    Add("wb", g, from, d ? S({d, d + n}) : "null", N(n));
   }
-  void OnRecvC2CCustomMessage(const char* from, const char* data, int length) override {
-    Add("c2cdata " + T(from) + "|" + std::string(data, length) + "|" + N(length));
-  }
-  void OnRecvWhiteBoardData(const char* group, const char* from, const char* data, int length) override {
-    Add("wb " + T(group) + "|" + from + "|" + (data ? std::string(data, length) : "null") + "|" + N(length));
-  }
-  void OnSendWhiteBoardDataResult(int code, const char* desc, void* user_data) override {
-    Add("res " + N(code) + "/" + desc + "/" + N(reinterpret_cast<intptr_t>(user_data)));
+  void OnSendWhiteBoardDataResult(int code, const char* desc, void* u) override {
+    Add("res", N(code), desc, N((intptr_t)u));
   }
   Lines Of(const std::string& prefix = "") const {  // the lines that begin with `prefix`
     std::lock_guard<std::mutex> hold(mutex_);
@@ -67,7 +69,10 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
   void Clear() { lines_.clear(); }
 
  private:
-  void Add(const std::string& line) {
+  template <typename... Parts>
+  void Add(const char* kind, const Parts&... parts) {
+    std::string line = kind;
+    for (const std::string& part : {S(parts)...}) line += (line == kind ? " " : "|") + part;
     std::lock_guard<std::mutex> hold(mutex_);
     lines_.push_back(line + (GetCurrentThreadId() == owner_ ? " here" : ""));
     changed_.notify_all();
@@ -95,7 +100,7 @@ class ImTest : public ::testing::Test {
   void SetUp() override { Fresh(); }
   // The manager goes first: its end drops the stand-in's queued callbacks.
   void TearDown() override { ImManager::DestroyImManagerInstance(), ImsdkReset(); }
-  void Fresh() {  // for each case of a table
+  void Fresh() {  // also for each case of a table
     TearDown();
     log_.Clear(), journal_.Clear();
     manager_ = ImManager::GetImManagerInstance();
@@ -106,7 +111,7 @@ class ImTest : public ::testing::Test {
   }
   void Join() {
     LogIn();
-    ASSERT_TRUE(journal_.WaitFor("ev 4/") && ImsdkWaitIdle(kWait));
+    ASSERT_TRUE(journal_.WaitFor("ev 4|") && ImsdkWaitIdle(kWait));
   }
   void LogInHoldingTheJoin() {
     ImsdkHoldCallbacks("TIMGroupJoin", 1), LogIn();
@@ -152,9 +157,9 @@ class ImTest : public ::testing::Test {
     Lines out;
     for (const std::wstring& line : log_.Messages(L"ImManagerImpl")) {
       std::string utf8(line.size() * 3 + 1, '\0');
-      utf8.resize(WideCharToMultiByte(CP_UTF8, 0, line.c_str(), -1, &utf8[0], static_cast<int>(utf8.size()),
-                                      nullptr, nullptr) -
-                  1);
+      utf8.resize(
+          WideCharToMultiByte(CP_UTF8, 0, line.c_str(), -1, &utf8[0], static_cast<int>(utf8.size()), 0, 0) -
+          1);
       if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(utf8);
     }
     return Sorted(out);

@@ -33,81 +33,71 @@ namespace {
 
 using Peer = ImManagerImplTestPeer;
 
-TEST_F(ImTest, BeforeTheFirstLoginNothingStartsAThreadOrCallsTheSdk) {
-  manager_->SetEventCallback(&journal_);
-  manager_->SetWhiteBoardCallback(&journal_);
-  manager_->SetConfigPath("C:\\config");
-  manager_->ReLogIn();
-  manager_->LogoutAndQuitGroup();
-  manager_->SendWhiteBoardData("early", 5, nullptr);
-  manager_->SendC2CTextMessage("bob", "not in a group");
-  EXPECT_EQ(Peer::TaskThread(manager_), 0u);
-  ImManager::DestroyImManagerInstance();
-  EXPECT_EQ(Sdk(), Lines{});
-  EXPECT_EQ(Log(L"UnInit"), Lines{});
-}
-
-TEST_F(ImTest, ALoginWithoutATaskThreadIsDroppedUntilAThreadCanStart) {
+// With thread starts refused, only the login tries one, and nothing reaches
+// the SDK; the next login starts the thread.
+TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   {
     testing_support::RefuseThreads refuse;
+    manager_->SetWhiteBoardCallback(&journal_);
+    manager_->ReLogIn();
+    manager_->LogoutAndQuitGroup();
+    manager_->SendWhiteBoardData("early", 5, nullptr);
+    manager_->SendC2CTextMessage("bob", "not in a group");
     LogIn();
   }
-  EXPECT_TRUE(Logged("CreateThread failed!"));
-  manager_->SendWhiteBoardData("abc", 3, nullptr);
-  manager_->ReLogIn();
-  manager_->LogoutAndQuitGroup();
+  EXPECT_EQ(Log(L"CreateThread"), L("CreateThread failed!"));
+  EXPECT_EQ(Peer::TaskThread(manager_), 0u);
   EXPECT_EQ(Sdk(), Lines{});
   Join();
   EXPECT_EQ(Calls("TIMLogin") + Calls("TIMMsgSendNewMsg"), 1);
 }
 
-// The quit's callback logs out of the SDK only when need_logout_ is set,
-// which LogoutAndQuitGroup itself clears; the logout ends the login, the
-// wish to join and what UnInitialize would undo.
+// need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback
+// log out of the SDK: not logged in, no join wanted, nothing to uninitialise.
 TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
   for (int code : {0, 6013}) {
     Fresh();
     Join();
     Peer::SetNeedLogout(manager_);
     DrainTasks();
-    EXPECT_EQ(Calls("TIMLogout"), 0);
     ImsdkHoldCallbacks("TIMGroupQuit", 1);
-    if (code) ImsdkScriptCallback("TIMLogout", code, "not logged in");
+    if (code) ImsdkScriptCallback("TIMLogout", code, "no");
     manager_->LogoutAndQuitGroup();
-    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 2, kWait));
+    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 2, kWait) && Calls("TIMLogout") == 0);
     Peer::SetNeedLogout(manager_);
     ImsdkHoldCallbacks("TIMGroupQuit", 0);
-    ASSERT_TRUE(journal_.WaitFor("ev 2/") && ImsdkWaitIdle(kWait));
-    EXPECT_EQ(journal_.Of("ev 2/"), Lines{code ? "ev 2/6013/not logged in" : "ev 2/0/success"});
-    EXPECT_EQ(Log(L"TIMLogout"), Lines{code ? "TIMLogout callback:error_code=6013, error_desc=not logged in"
-                                            : "TIMLogout callback:success_code=0"});
-    EXPECT_EQ(Log(L"LogOut"), Lines{"LogOut:group id:group-1"});
-    if (code) {  // nothing left to uninitialise
+    ASSERT_TRUE(journal_.WaitFor("ev 2|") && ImsdkWaitIdle(kWait));
+    EXPECT_EQ(journal_.Of("ev 2|"), L(code ? "ev 2|6013|no" : "ev 2|0|success"));
+    EXPECT_EQ(Log(L"TIMLogout"), L(code ? "TIMLogout callback:error_code=6013, error_desc=no"
+                                        : "TIMLogout callback:success_code=0"));
+    EXPECT_TRUE(Logged("LogOut:group id:group-1"));
+    if (code) {
       ImManager::DestroyImManagerInstance();
       EXPECT_EQ(Calls("TIMUninit"), 0);
       continue;
     }
-    manager_->ReLogIn();  // logged out, no join wanted: a login and no join
+    manager_->ReLogIn();
     DrainTasks();
-    EXPECT_EQ(Calls("TIMLogin"), 2);
+    EXPECT_EQ(Calls("TIMLogin"), 2);  // a login and no join
     EXPECT_EQ(Calls("TIMGroupJoin"), 1);
   }
 }
 
-// Numbers other than the four tasks, and a null send record, change nothing.
 TEST_F(ImTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   Join();
   const size_t calls = Sdk().size();
-  for (UINT message : {8004u, WM_USER + 1u, static_cast<UINT>(IMTask_SendWhiteBoardData)})
+  for (UINT message : {8004u, WM_USER + 1u, static_cast<UINT>(IMTask_SendWhiteBoardData)})  // a null record
     ASSERT_TRUE(PostThreadMessageW(Peer::TaskThread(manager_), message, 0, 0));
   DrainTasks();
-  EXPECT_EQ(Sdk(nullptr, calls), Lines{"TIMGroupQuit(group-1,p,self)"});
+  EXPECT_EQ(Sdk(nullptr, calls), L("TIMGroupQuit(group-1,p,self)"));
 }
 
 // Sending takes other locks, and the SDK may answer at once: the join's flush
 // sends each waiting record holding no lock of the manager.
 TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
-  LogInHoldingTheJoin();
+  ImsdkHoldCallbacks("TIMGroupJoin", 1);
+  LogIn();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
   manager_->SendWhiteBoardData("one", 3, nullptr);
   manager_->SendWhiteBoardData("two", 3, nullptr);
   static std::atomic<int> lock_free{0};
@@ -129,7 +119,7 @@ DWORD WINAPI Receive(LPVOID json) {  // (a named WINAPI function: on x86 a lambd
 }
 
 // The parse recurses once a level, on the 1 MB stack of an SDK thread: a
-// batch nested deeper than 256 levels is refused before it; brackets inside
+// batch nested deeper than 256 levels is refused before it. Brackets inside
 // strings are data.
 TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   Join();
@@ -143,8 +133,11 @@ TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
                {100000, "x"},
                {1, std::string(100000, '[') + "\\\"{" + std::string(100000, '{')}};
   for (const auto& c : cases) {  // the message is the second level, its nest beside the elements
-    std::string nest = std::string(c.levels, '[') + std::string(c.levels, ']');
-    std::string json = "[" + Msg(Custom(c.data)).insert(1, "\"x\":" + nest + ",") + "]";
+    std::string json =
+        "[" +
+        Msg(Custom(c.data))
+            .insert(1, "\"x\":" + std::string(c.levels, '[') + std::string(c.levels, ']') + ",") +
+        "]";
     HANDLE thread =
         CreateThread(nullptr, 1 << 20, &Receive, &json, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
     ASSERT_EQ(WaitForSingleObject(thread, kWait), WAIT_OBJECT_0);
@@ -152,11 +145,6 @@ TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   }
   EXPECT_EQ(journal_.Of("wb"), (Lines{"wb group-1|bob|254|3", "wb group-1|bob|" + brackets + "|200002"}));
   EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
-}
-
-TEST(ImJson, AnElementTypeOtherThanTextOrCustomGivesAnEmptyElement) {
-  const std::string json = ImManagerImpl::BuildMessageJson(2, "g", "me", "x", 5);
-  EXPECT_EQ(json.substr(json.find("\"message_elem_array\"")), "\"message_elem_array\":[{}]}");
 }
 
 // Whiteboard records posted behind the stop are freed with the end of the
