@@ -58,15 +58,8 @@ TEST_F(ImTest, ALoginFromNothingToTheGroupAndTheEndOfTheInstance) {
   EXPECT_EQ(Sdk("TIMLogin")[1], "TIMLogin(carol,sig,p,self)");
 }
 
-// While a destroy waits for the task thread, a handler on that thread gets
-// the dying object; any other thread waits for the end and gets a new one.
-TEST_F(ImTest, OneInstanceAndDuringADestroyOnlyItsTaskThreadGetsIt) {
-  std::atomic<ImManager*> seen{nullptr};
-  ImManager::DestroyImManagerInstance();
-  std::thread ask([&] { seen = ImManager::GetImManagerInstance(); });
-  manager_ = ImManager::GetImManagerInstance();
-  ask.join();
-  ASSERT_EQ(seen.load(), manager_);
+// During a destroy a handler on its task thread gets the dying object, any other thread a new one.
+TEST_F(ImTest, DuringADestroyOnlyItsTaskThreadGetsTheDyingInstance) {
   struct Handler : Journal {
     void OnImEvent(int event, int code, const char* desc) override {
       Journal::OnImEvent(event, code, desc);
@@ -96,8 +89,6 @@ TEST_F(ImTest, OneInstanceAndDuringADestroyOnlyItsTaskThreadGetsIt) {
   EXPECT_EQ(user, "");
 }
 
-// A failed TIMSetConfig, at once or in its callback, lets the login go on;
-// a failed TIMInit ends it, with no retry and no TIMUninit owed.
 TEST_F(ImTest, InitializeWithItsConfigurationAndItsFailures) {
   manager_->SetEventCallback(&journal_);
   manager_->LogInAndJoinGroup("-5", "2", "alice", "sig", kGroup);
@@ -135,8 +126,7 @@ TEST_F(ImTest, InitializeWithItsConfigurationAndItsFailures) {
   EXPECT_EQ(Calls("TIMUninit"), 0);
 }
 
-// Without an event interface events are dropped and the network listener
-// logs nothing. None of the listeners changes the login.
+// Without an event interface events are dropped, and the network listener logs nothing.
 TEST_F(ImTest, ListenersReportNetworkStatusAnExpiredSignatureAndSdkLogLines) {
   manager_->LogInAndJoinGroup("1", "2", "alice", "sig", kGroup);
   ASSERT_TRUE(ImsdkWaitForCalls("TIMAddRecvNewMsgCallback", 1, kWait));
@@ -160,8 +150,6 @@ TEST_F(ImTest, ListenersReportNetworkStatusAnExpiredSignatureAndSdkLogLines) {
   EXPECT_EQ(Calls("TIMLogin"), 1);
 }
 
-// A failed TIMLogin is retried at once, three times, each attempt with a new
-// Initialize; after the last failure or a success the count starts again.
 TEST_F(ImTest, AFailedLoginIsRetriedThreeTimesAndTheCountStartsAgain) {
   for (int failures : {4, 2}) {
     Fresh();
@@ -194,8 +182,6 @@ TEST_F(ImTest, AFailedLoginIsRetriedThreeTimesAndTheCountStartsAgain) {
   }
 }
 
-// 10013 counts in every way as a join; a join refused at once or failing in
-// its callback is reported and not retried, and whiteboard data waits.
 TEST_F(ImTest, JoinOutcomes) {
   const struct {
     int result, code;
@@ -220,10 +206,7 @@ TEST_F(ImTest, JoinOutcomes) {
   }
 }
 
-// Out of the group by a quit (the SDK login stays) or kicked offline (it
-// doesn't, and messages are ignored), data waits; a ReLogIn joins again,
-// with TIMLogin only after the kick, and sends it. A LogInAndJoinGroup
-// joins the new group without TIMLogin and frees what waited and was held.
+// Out of the group, data waits for a ReLogIn's join; a new LogInAndJoinGroup frees it and what was held.
 TEST_F(ImTest, AfterAQuitOrAKickALoginJoinsAgain) {
   const std::string join = "TIMGroupJoin(group-1,back,p,self)", subscribe =
                                                                     ";TIMAddRecvNewMsgCallback(p,self) in "
@@ -267,8 +250,6 @@ TEST_F(ImTest, AfterAQuitOrAKickALoginJoinsAgain) {
   }
 }
 
-// Setting the whiteboard interface posts a login task while not logged in,
-// even with a TIMLogin in flight, and none once logged in.
 TEST_F(ImTest, SettingTheWhiteBoardInterfaceStartsALoginOnlyWhileNotLoggedIn) {
   ImsdkHoldCallbacks("TIMLogin", 1);
   LogIn();
@@ -283,9 +264,7 @@ TEST_F(ImTest, SettingTheWhiteBoardInterfaceStartsALoginOnlyWhileNotLoggedIn) {
   EXPECT_TRUE(Logged("SetWhiteBoardCallback:0x0"));
 }
 
-// The message: keys in order, the JSON writer's escapes only, high bytes as
-// they are, times of the send; data is cut at its first NUL. Each outcome
-// reaches both interfaces, the event first.
+// Only the JSON writer's escapes apply; data is cut at its first NUL.
 TEST_F(ImTest, EachSendGoesOutAsOneMessageAndItsOutcomeReachesBothInterfaces) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
@@ -319,12 +298,8 @@ TEST_F(ImTest, EachSendGoesOutAsOneMessageAndItsOutcomeReachesBothInterfaces) {
   EXPECT_TRUE(Logged("OnSendWhiteBoardDataTask, ret: 1", 3));
 }
 
-// Before the join whiteboard data waits, also while the join is being
-// reported, and goes out inside the join's callback in the order of the
-// calls; so does data sent during that flush, rather than overtake it. Once
-// the quit has taken effect, data waits for the next join, even while the
-// flush still runs. A group text goes at once, a one-to-one text not at
-// all, and data sent before the login is freed unsent.
+// Data sent while the join is reported or its flush runs must not overtake the flush; once the quit has
+// taken effect it waits for the next join, even while the flush still runs.
 TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoinsCallback) {
   struct JoinGate : Journal {
     void OnImEvent(int event, int code, const char* desc) override {
@@ -366,9 +341,8 @@ TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoins
   EXPECT_EQ(Sdk("TIMMsgSendNewMsg").back(), Sent(Board("after")) + " in TIMGroupJoin");
 }
 
-// Only messages of the group from others pass, C2C ones whatever their
-// conversation; keys of the wrong type count as missing. A batch is logged
-// once, unless it is no JSON.
+// Only messages of the group from others pass, C2C ones whatever their conversation; keys of the wrong
+// type count as missing.
 TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatch) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
@@ -399,9 +373,7 @@ TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatch) {
   EXPECT_TRUE(Logged("OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: kept"));
 }
 
-// Whiteboard data is held while no interface is set, then delivered in
-// order on the setting thread, the sender being the own user; data arriving
-// meanwhile waits behind it.
+// Held data goes to the setting thread with the own user as sender; data arriving meanwhile waits behind it.
 TEST_F(ImTest, WhiteBoardDataIsHeldUntilAnInterfaceIsSet) {
   struct LiveDuringFlush : Journal {
     void OnRecvWhiteBoardData(const char* group, const char* from, const char* data, int length) override {

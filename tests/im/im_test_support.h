@@ -53,22 +53,22 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
   }
   Lines Of(const std::string& prefix = "") const {  // the lines that begin with `prefix`
     std::lock_guard<std::mutex> hold(mutex_);
+    return OfLocked(prefix);
+  }
+  bool WaitFor(const std::string& prefix, size_t count = 1) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(kWait),
+                             [&] { return OfLocked(prefix).size() >= count; });
+  }
+  void Clear() { lines_.clear(); }
+
+ private:
+  Lines OfLocked(const std::string& prefix) const {
     Lines out;
     for (const std::string& line : lines_)
       if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
     return out;
   }
-  bool WaitFor(const std::string& prefix, size_t count = 1) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(kWait), [&] {
-      return std::count_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
-               return line.compare(0, prefix.size(), prefix) == 0;
-             }) >= static_cast<long>(count);
-    });
-  }
-  void Clear() { lines_.clear(); }
-
- private:
   template <typename... Parts>
   void Add(const char* kind, const Parts&... parts) {
     std::string line = kind;
@@ -112,10 +112,6 @@ class ImTest : public ::testing::Test {
   void Join() {
     LogIn();
     ASSERT_TRUE(journal_.WaitFor("ev 4|") && ImsdkWaitIdle(kWait));
-  }
-  void LogInHoldingTheJoin() {
-    ImsdkHoldCallbacks("TIMGroupJoin", 1), LogIn();
-    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
   }
   void Deliver(const std::string& batch) {
     ImsdkDeliverMessages(batch.c_str());

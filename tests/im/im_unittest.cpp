@@ -33,8 +33,7 @@ namespace {
 
 using Peer = ImManagerImplTestPeer;
 
-// With thread starts refused, only the login tries one, and nothing reaches
-// the SDK; the next login starts the thread.
+// With thread starts refused, only the login tries one; the next login starts it.
 TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   {
     testing_support::RefuseThreads refuse;
@@ -52,8 +51,7 @@ TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   EXPECT_EQ(Calls("TIMLogin") + Calls("TIMMsgSendNewMsg"), 1);
 }
 
-// need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback
-// log out of the SDK: not logged in, no join wanted, nothing to uninitialise.
+// need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback log out of the SDK.
 TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
   for (int code : {0, 6013}) {
     Fresh();
@@ -92,8 +90,7 @@ TEST_F(ImTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   EXPECT_EQ(Sdk(nullptr, calls), L("TIMGroupQuit(group-1,p,self)"));
 }
 
-// Sending takes other locks, and the SDK may answer at once: the join's flush
-// sends each waiting record holding no lock of the manager.
+// Sending takes other locks, and the SDK may answer at once: a lock held across it would nest them.
 TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
   ImsdkHoldCallbacks("TIMGroupJoin", 1);
   LogIn();
@@ -118,9 +115,7 @@ DWORD WINAPI Receive(LPVOID json) {  // (a named WINAPI function: on x86 a lambd
   return 0;
 }
 
-// The parse recurses once a level, on the 1 MB stack of an SDK thread: a
-// batch nested deeper than 256 levels is refused before it. Brackets inside
-// strings are data.
+// The parse recurses once a level, on the 1 MB stack of an SDK thread; brackets inside strings are data.
 TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
@@ -147,8 +142,7 @@ TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
 }
 
-// Whiteboard records posted behind the stop are freed with the end of the
-// task loop; one that can't be posted any more is freed by the sender.
+// Records behind the stop are freed by the loop's end, one that can't be posted by the sender.
 TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
   struct Blocker : Journal {
     void OnImEvent(int, int, const char*) override {
