@@ -117,11 +117,12 @@ class ImTest : public ::testing::Test {
     ImsdkDeliverMessages(batch.c_str());
     ASSERT_TRUE(ImsdkWaitIdle(kWait));
   }
-  // Tasks run in order: once the logout task has called TIMGroupQuit, every task posted before it has run.
-  void DrainTasks() {
-    const int quits = ImsdkWaitIdle(kWait) ? ImsdkCallCount("TIMGroupQuit") : -9;
+  // Tasks run in order: once the logout task's quit is reported, every task posted before it has run.
+  void DrainTasks(const Journal* events = nullptr) {
+    const Journal& reports = events ? *events : journal_;
+    const size_t quits = ImsdkWaitIdle(kWait) ? reports.Of("ev 5|").size() : 99;
     manager_->LogoutAndQuitGroup();
-    ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", quits + 1, kWait) && ImsdkWaitIdle(kWait));
+    ASSERT_TRUE(reports.WaitFor("ev 5|", quits + 1) && ImsdkWaitIdle(kWait));
   }
   // SDK calls from the `from`-th, as "TIMLogin(alice,sig,p,self)": the manager is "self", other pointers "p";
   // " in F": during F's callback; " here": on the test's thread; message times of the test are "T".
