@@ -23,6 +23,7 @@ ImManagerImpl* g_instance = nullptr;  // guarded by g_instance_lock
 // guarded by g_instance_lock. The destroy waits for the task thread without
 // the lock, so that a handler on that thread may still get the instance.
 ImManagerImpl* g_dying = nullptr;
+DWORD g_dying_task_thread = 0;  // read at the start of the destroy, while the object lives
 base::ConditionVariable g_destroy_ended;
 
 const char* OrEmpty(const char* text) { return text ? text : ""; }
@@ -37,10 +38,15 @@ unsigned PointerBits(const void* pointer) {
 
 ImManager* ImManager::GetImManagerInstance() {
   base::AutoLock hold(g_instance_lock);
-  // During a destroy the dying object is still the one instance: a call
-  // here counts as made before the destroy, and no second object is made
-  // while the first still runs.
-  if (g_dying) return g_dying;
+  // A destroy under way owns the one instance until it ends. A host handler
+  // on the dying object's own task thread runs inside that destroy, which
+  // waits for the thread: it gets the dying object, or the destroy could
+  // never end. Any other thread waits for the end and gets a new object; the
+  // dying one would be freed under whatever it started on it.
+  while (g_dying) {
+    if (g_dying_task_thread != 0 && g_dying_task_thread == GetCurrentThreadId()) return g_dying;
+    g_destroy_ended.Wait(g_instance_lock);
+  }
   if (!g_instance) g_instance = new ImManagerImpl();
   return g_instance;
 }
@@ -54,12 +60,14 @@ void ImManager::DestroyImManagerInstance() {
     if (!g_instance) return;
     dying = g_instance;
     g_dying = dying;
+    g_dying_task_thread = dying->TaskThreadId();
     g_instance = nullptr;
   }
   delete dying;
   {
     base::AutoLock hold(g_instance_lock);
     g_dying = nullptr;
+    g_dying_task_thread = 0;
   }
   g_destroy_ended.Broadcast();
 }
@@ -123,14 +131,32 @@ void ImManagerImpl::TaskLoop() {
     TranslateMessage(&msg);
     DispatchMessageW(&msg);
   }
+  CloseTaskQueue();
   // The last touch of the object: the destructor may free it right after.
   SetEvent(stop_event_.get());
 }
 
 bool ImManagerImpl::PostTask(UINT message, WPARAM param) {
-  DWORD thread_id = task_thread_id_;
-  if (thread_id == 0) return false;
-  return PostThreadMessageW(thread_id, message, param, 0) != FALSE;
+  // posts_in_progress_ tells the end of the task loop that a post may still
+  // land in the queue; it is raised before queue_closed_ is read.
+  ++posts_in_progress_;
+  const DWORD thread_id = task_thread_id_;
+  const bool posted =
+      thread_id != 0 && !queue_closed_ && PostThreadMessageW(thread_id, message, param, 0) != FALSE;
+  --posts_in_progress_;
+  return posted;
+}
+
+void ImManagerImpl::CloseTaskQueue() {
+  // From here every post fails and its caller keeps what it meant to send.
+  // A post that found the queue open is waited for, so that its record is
+  // in the queue for the sweep below.
+  queue_closed_ = true;
+  while (posts_in_progress_ != 0) SwitchToThread();
+  // Send records queued behind the stop have no handler left.
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, IMTask_SendWhiteBoardData, IMTask_SendWhiteBoardData, PM_REMOVE))
+    delete reinterpret_cast<ImSendTask*>(msg.wParam);
 }
 
 ImManagerImpl::Credentials ImManagerImpl::CopyCredentials() {
@@ -358,7 +384,7 @@ void ImManagerImpl::HandleTIMGroupJoinCallback(int code, const char* desc) {
   if (code == 0 || code == TIM_ERR_ALREADY_GROUP_MEMBER) {
     Log(L"JoinGroup callback:succes_code=%d, success_desc=%s", code, Wide(desc).c_str());
     TIMAddRecvNewMsgCallback(&OnTIMRecvNewMsgCallback, this);
-    is_in_group_ = true;
+    EnterGroup();
     DeliverImEvent(IMEvent_JoinGroup, 0, "success");
     FlushPendingSends();
     return;
@@ -381,7 +407,7 @@ void ImManagerImpl::OnLogoutTask() {
 void ImManagerImpl::QuitGroupTask() {
   std::string group_id = CopyCredentials().group_id;
   Log(L"QuitGroupTask:group id:%s", Wide(group_id).c_str());
-  is_in_group_ = false;
+  LeaveGroup();
   TIMGroupQuit(group_id.c_str(), &OnTIMGroupQuitCallback, this);
 }
 
@@ -400,7 +426,7 @@ void ImManagerImpl::LogOut() {
   Log(L"LogOut:group id:%s", Wide(CopyCredentials().group_id).c_str());
   is_initialized_ = false;
   is_logged_in_ = false;
-  is_in_group_ = false;
+  LeaveGroup();
   need_join_group_ = false;
   TIMLogout(&OnTIMLogoutCallback, this);
 }
@@ -442,7 +468,7 @@ void ImManagerImpl::HandleTIMNetworkStatusListenerCallback(int status, int code,
 
 void ImManagerImpl::HandleTIMKickedOffline() {
   is_logged_in_ = false;
-  is_in_group_ = false;
+  LeaveGroup();
   DeliverImEventLocked(IMEvent_KickedOffline, 0, "");
 }
 

@@ -37,6 +37,9 @@ struct ImSendTask {
   std::unique_ptr<char[]> data;  // `length` bytes and a NUL
   int length = 0;
   void* user_data = nullptr;
+  // How often the group had been left when the record was queued. A flush
+  // sends it only if no leave came between its queueing and the last join.
+  uint64_t leaves = 0;
 };
 
 // Whiteboard data received while no WhiteBoardEvent was set.
@@ -65,6 +68,9 @@ class ImManagerImpl : public ImManager {
   void SendGroupCustomMessage(const char* data, int length, void* reserved) override;
   void SendWhiteBoardData(const char* data, int length, void* user_data) override;
 
+  // 0 until the task thread exists.
+  DWORD TaskThreadId() const { return task_thread_id_; }
+
   // The two pieces of configuration JSON given to the SDK at every login.
   static std::string BuildInitConfigJson(const std::string& config_path);
   static std::string BuildSetConfigJson();
@@ -89,6 +95,7 @@ class ImManagerImpl : public ImManager {
   static DWORD WINAPI TaskThreadEntry(LPVOID param);
   void TaskLoop();
   bool PostTask(UINT message, WPARAM param = 0);
+  void CloseTaskQueue();
 
   bool Initialize(const std::string& app_id, const std::string& account_type);
   void UnInitialize();
@@ -105,6 +112,10 @@ class ImManagerImpl : public ImManager {
   void QuitGroupTask();
   void LogOut();
 
+  // Membership changes, under queue_lock_, so that a flush and a send see
+  // them in one order with the queue.
+  void EnterGroup();
+  void LeaveGroup();
   void OnSendWhiteBoardDataTask(std::unique_ptr<ImSendTask> task);
   void FlushPendingSends();
   bool SendTIMMessage(int conv_type, const std::string& conv_id, const std::string& content, int event,
@@ -172,8 +183,14 @@ class ImManagerImpl : public ImManager {
   std::atomic<bool> need_logout_{false};
   base::ScopedHandle stop_event_;
   std::atomic<DWORD> task_thread_id_{0};
+  // Set when the task loop has ended; posts in flight are counted so that
+  // the end can wait for them and free what they queued.
+  std::atomic<bool> queue_closed_{false};
+  std::atomic<int> posts_in_progress_{0};
   base::ScopedHandle ready_event_;
   std::list<std::unique_ptr<ImSendTask>> pending_sends_;  // guarded by queue_lock_
   bool flushing_ = false;                                 // guarded by queue_lock_
+  uint64_t group_leaves_ = 0;                             // guarded by queue_lock_
+  uint64_t leaves_at_join_ = 0;                           // guarded by queue_lock_
   std::atomic<int> login_retry_count_{0};
 };

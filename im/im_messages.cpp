@@ -174,6 +174,7 @@ void ImManagerImpl::SendWhiteBoardData(const char* data, int length, void* user_
     // is always found by that flush.
     base::AutoLock hold(queue_lock_);
     if (!is_in_group_ || flushing_ || !pending_sends_.empty()) {
+      task->leaves = group_leaves_;
       pending_sends_.push_back(std::move(task));
       return;
     }
@@ -193,6 +194,18 @@ void ImManagerImpl::OnSendWhiteBoardDataTask(std::unique_ptr<ImSendTask> task) {
   Log(L"OnSendWhiteBoardDataTask, ret: %d", sent ? 1 : 0);
 }
 
+void ImManagerImpl::EnterGroup() {
+  base::AutoLock hold(queue_lock_);
+  is_in_group_ = true;
+  leaves_at_join_ = group_leaves_;
+}
+
+void ImManagerImpl::LeaveGroup() {
+  base::AutoLock hold(queue_lock_);
+  is_in_group_ = false;
+  ++group_leaves_;
+}
+
 void ImManagerImpl::FlushPendingSends() {
   // One record at a time, sent without queue_lock_ held: sending takes other
   // locks, and the SDK may answer at once. flushing_ keeps new sends queued
@@ -206,7 +219,10 @@ void ImManagerImpl::FlushPendingSends() {
     std::unique_ptr<ImSendTask> task;
     {
       base::AutoLock hold(queue_lock_);
-      if (pending_sends_.empty()) {
+      // Records queued after the group was left wait for the next join,
+      // even while a flush of the join before is still under way; the
+      // records ahead of them were sent while in the group and still go.
+      if (pending_sends_.empty() || pending_sends_.front()->leaves > leaves_at_join_) {
         flushing_ = false;
         return;
       }

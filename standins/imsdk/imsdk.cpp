@@ -70,11 +70,29 @@ class StandIn {
     return *instance;
   }
 
+  // Records the call; while calls of the function from its blocked number
+  // on are blocked, the caller then waits inside it.
   void Record(const char* function, std::vector<RecordedArg> args) {
     RecordedCall call{function, std::move(args), GetCurrentThreadId(), CurrentContext()};
+    std::unique_lock<std::mutex> lock(mutex_);
+    calls_.push_back(std::move(call));
+    const std::string name = function;
+    const int number = CountLocked(&name);
+    changed_.notify_all();
+    changed_.wait(lock, [&] {
+      auto it = blocked_.find(name);
+      return it == blocked_.end() || number < it->second;
+    });
+  }
+
+  void Block(const char* function, int from_call) {
     {
       std::lock_guard<std::mutex> hold(mutex_);
-      calls_.push_back(std::move(call));
+      if (from_call > 0) {
+        blocked_[function ? function : ""] = from_call;
+      } else {
+        blocked_.erase(function ? function : "");
+      }
     }
     changed_.notify_all();
   }
@@ -135,11 +153,15 @@ class StandIn {
 
   void Uninit() {
     std::unique_lock<std::mutex> lock(mutex_);
+    blocked_.clear();
+    changed_.notify_all();
     DropQueued(lock);
   }
 
   void Reset() {
     std::unique_lock<std::mutex> lock(mutex_);
+    blocked_.clear();
+    changed_.notify_all();
     DropQueued(lock);
     calls_.clear();
     results_.clear();
@@ -287,6 +309,7 @@ class StandIn {
   std::map<std::string, std::deque<int>> results_;
   std::map<std::string, std::deque<Outcome>> outcomes_;
   std::set<std::string> held_;
+  std::map<std::string, int> blocked_;
   std::deque<Job> queue_;
   std::deque<Job> parked_;
   bool thread_started_ = false;
@@ -483,6 +506,8 @@ void ImsdkScriptCallback(const char* function, int code, const char* desc) {
 }
 
 void ImsdkHoldCallbacks(const char* function, int hold) { StandIn::Get().Hold(function, hold != 0); }
+
+void ImsdkBlockCalls(const char* function, int from_call) { StandIn::Get().Block(function, from_call); }
 
 void ImsdkSetEchoPeer(const char* peer_user_id) { StandIn::Get().SetEchoPeer(peer_user_id); }
 

@@ -1,14 +1,14 @@
-// A host's view of ImManager for tests: event interfaces that record what
-// they get (and on which thread) and let a test wait for it, and a fixture
-// with a fresh imsdk stand-in, the one manager and a log capture.
+// The fixture of the IM tests: a fresh imsdk stand-in, the one manager, a log
+// capture, and a journal that writes every host callback as a line of text.
 #pragma once
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
-#include <initializer_list>
+#include <ctime>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -19,164 +19,157 @@
 
 namespace im_test {
 
-constexpr char kAppId[] = "1400000001";
-constexpr char kAccountType[] = "36862";
-constexpr char kUser[] = "alice";
-constexpr char kSign[] = "sig-alice";
+using Lines = std::vector<std::string>;
 constexpr char kGroup[] = "group-1";
 constexpr DWORD kWait = 5000;
+inline std::string N(long long n) { return std::to_string(n); }
+inline std::string S(const std::string& text) { return text; }
+inline Lines Sorted(Lines lines) { return std::sort(lines.begin(), lines.end()), lines; }
+inline Lines L(const std::string& joined) {  // the lines of "a;b;c"
+  Lines out;
+  for (size_t at = 0, end = 0; !joined.empty() && end != std::string::npos; at = end + 1)
+    out.push_back(joined.substr(at, (end = joined.find(';', at)) - at));
+  return out;
+}
+inline HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 
-// One host callback, of either interface, in the order of arrival.
-struct Received {
-  enum Kind { kImEvent, kC2CText, kGroupText, kC2CCustom, kWhiteBoardData, kSendResult };
-  explicit Received(Kind k) : kind(k) {}
-  Kind kind;
-  int event = 0, code = 0;
-  std::string desc, group_id, sender, data;  // text or data, by length
-  bool data_null = false;
-  int length = 0;
-  void* user_data = nullptr;
-  DWORD thread_id = 0;
-  // "event/code/desc"
-  std::string Text() const { return std::to_string(event) + "/" + std::to_string(code) + "/" + desc; }
-};
-
-// Both interfaces in one: the order across the two is kept.
+// "ev 1|0|login success", "res code|desc|user_data", "wb group|sender|data|length", "text group|sender|text",
+// "c2c sender|text", "c2cdata sender|data|length"; " here": a call on the thread that made the journal.
 class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
-  void OnImEvent(int event, int code, const char* desc) override {
-    Received r(Received::kImEvent);
-    r.event = event;
-    r.code = code;
-    r.desc = desc ? desc : "<null>";
-    Add(r);
+  void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
+  void OnRecvC2CTextMessage(const char* from, const char* text) override { Add("c2c", from, text); }
+  void OnRecvGroupTextMessage(const char* g, const char* from, const char* text) override {
+    Add("text", g, from, text);
   }
-  void OnRecvC2CTextMessage(const char* sender, const char* text) override {
-    Message(Received::kC2CText, "", sender, text, static_cast<int>(strlen(text)));
+  void OnRecvC2CCustomMessage(const char* from, const char* d, int n) override {
+    Add("c2cdata", from, S({d, d + n}), N(n));
   }
-  void OnRecvGroupTextMessage(const char* group_id, const char* sender, const char* text) override {
-    Message(Received::kGroupText, group_id, sender, text, static_cast<int>(strlen(text)));
+  void OnRecvWhiteBoardData(const char* g, const char* from, const char* d, int n) override {
+    Add("wb", g, from, d ? S({d, d + n}) : "null", N(n));
   }
-  void OnRecvC2CCustomMessage(const char* sender, const char* data, int length) override {
-    Message(Received::kC2CCustom, "", sender, data, length);
+  void OnSendWhiteBoardDataResult(int code, const char* desc, void* u) override {
+    Add("res", N(code), desc, N((intptr_t)u));
   }
-  void OnRecvWhiteBoardData(const char* group_id, const char* sender, const char* data, int length) override {
-    Message(Received::kWhiteBoardData, group_id, sender, data, length);
-  }
-  void OnSendWhiteBoardDataResult(int code, const char* desc, void* user_data) override {
-    Received r(Received::kSendResult);
-    r.code = code;
-    r.desc = desc ? desc : "<null>";
-    r.user_data = user_data;
-    Add(r);
-  }
-
-  std::vector<Received> All() const {
+  Lines Of(const std::string& prefix = "") const {  // the lines that begin with `prefix`
     std::lock_guard<std::mutex> hold(mutex_);
-    return entries_;
+    return OfLocked(prefix);
   }
-  // Entries of `kind` (and `event`, unless negative).
-  std::vector<Received> Of(Received::Kind kind, int event = -1) const {
-    std::vector<Received> out;
-    for (const Received& r : All()) {
-      if (r.kind == kind && (event < 0 || r.event == event)) out.push_back(r);
-    }
-    return out;
-  }
-  std::vector<Received> Events(int event) const { return Of(Received::kImEvent, event); }
-  // Waits until at least `count` entries of `kind` (and `event`) are there.
-  bool WaitFor(Received::Kind kind, size_t count = 1, int event = -1, DWORD timeout_ms = kWait) const {
+  bool WaitFor(const std::string& prefix, size_t count = 1) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] {
-      size_t n = 0;
-      for (const Received& r : entries_) n += r.kind == kind && (event < 0 || r.event == event) ? 1 : 0;
-      return n >= count;
-    });
+    return changed_.wait_for(lock, std::chrono::milliseconds(kWait),
+                             [&] { return OfLocked(prefix).size() >= count; });
   }
-  bool WaitForEvent(int event, size_t count = 1) const { return WaitFor(Received::kImEvent, count, event); }
+  void Clear() { lines_.clear(); }
 
  private:
-  void Message(Received::Kind kind, const char* group_id, const char* sender, const char* data, int length) {
-    Received r(kind);
-    r.group_id = group_id;
-    r.sender = sender;
-    r.data_null = data == nullptr;
-    if (data) r.data.assign(data, length);
-    r.length = length;
-    Add(r);
+  Lines OfLocked(const std::string& prefix) const {
+    Lines out;
+    for (const std::string& line : lines_)
+      if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
+    return out;
   }
-  void Add(Received entry) {
-    entry.thread_id = GetCurrentThreadId();
-    {
-      std::lock_guard<std::mutex> hold(mutex_);
-      entries_.push_back(std::move(entry));
-    }
+  template <typename... Parts>
+  void Add(const char* kind, const Parts&... parts) {
+    std::string line = kind;
+    for (const std::string& part : {S(parts)...}) line += (line == kind ? " " : "|") + part;
+    std::lock_guard<std::mutex> hold(mutex_);
+    lines_.push_back(line + (GetCurrentThreadId() == owner_ ? " here" : ""));
     changed_.notify_all();
   }
-
+  const DWORD owner_ = GetCurrentThreadId();
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  std::vector<Received> entries_;
+  Lines lines_;
 };
 
-// Text of a pointer as the stand-in records it.
-inline std::string PointerText(const void* pointer) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof(buffer), "0x%p", pointer);
-  return buffer;
+inline std::string Msg(const std::string& elements, const std::string& conv = kGroup,
+                       const std::string& from = "bob", int type = 2) {
+  return "{\"message_conv_type\":" + N(type) + ",\"message_conv_id\":\"" + conv + "\",\"message_sender\":\"" +
+         from + "\",\"message_elem_array\":[" + elements + "]}";
+}
+inline std::string Custom(const std::string& data) {
+  return "{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}";
+}
+inline std::string Text(const std::string& text) {
+  return "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}";
 }
 
-// Messages written by hand so that tests control every key, and a batch of them.
-inline std::string ImMessage(const std::string& conv, const std::string& sender, const std::string& element,
-                             int conv_type) {
-  return "{\"message_conv_type\":" + std::to_string(conv_type) + ",\"message_conv_id\":\"" + conv +
-         "\",\"message_sender\":\"" + sender + "\",\"message_elem_array\":[" + element + "]}";
-}
-inline std::string CustomMessage(const std::string& group, const std::string& sender, const std::string& data,
-                                 int conv_type = 2) {
-  return ImMessage(group, sender, "{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}", conv_type);
-}
-inline std::string TextMessage(const std::string& conv, const std::string& sender, const std::string& text,
-                               int conv_type = 2) {
-  return ImMessage(conv, sender, "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}", conv_type);
-}
-inline std::string Batch(std::initializer_list<std::string> messages) {
-  std::string batch;
-  for (const std::string& m : messages) batch += (batch.empty() ? "[" : ",") + m;
-  return batch + "]";
-}
-
-class ImManagerTest : public ::testing::Test {
+class ImTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ImsdkReset();
+  void SetUp() override { Fresh(); }
+  // The manager goes first: its end drops the stand-in's queued callbacks.
+  void TearDown() override { ImManager::DestroyImManagerInstance(), ImsdkReset(); }
+  void Fresh() {  // also for each case of a table
+    TearDown();
+    log_.Clear(), journal_.Clear();
     manager_ = ImManager::GetImManagerInstance();
-    ASSERT_NE(manager_, nullptr);
   }
-  void TearDown() override {
-    // The manager goes first: its end drops the stand-in's queued callbacks
-    // and waits for a running one, so nothing reaches the journal later.
-    ImManager::DestroyImManagerInstance();
-    ImsdkReset();
-  }
-
-  // With the event interface set.
-  void LogIn() {
+  void LogIn(const char* user = "alice", const char* group = kGroup) {
     manager_->SetEventCallback(&journal_);
-    manager_->LogInAndJoinGroup(kAppId, kAccountType, kUser, kSign, kGroup);
+    manager_->LogInAndJoinGroup("1400000001", "36862", user, "sig", group);
   }
-  // Logs in and waits for the join's event; n counts earlier joins.
-  void LogInAndWaitForJoin(size_t n = 1) {
+  void Join() {
     LogIn();
-    ASSERT_TRUE(journal_.WaitForEvent(IMEvent_JoinGroup, n));
+    ASSERT_TRUE(journal_.WaitFor("ev 4|") && ImsdkWaitIdle(kWait));
+  }
+  void Deliver(const std::string& batch) {
+    ImsdkDeliverMessages(batch.c_str());
     ASSERT_TRUE(ImsdkWaitIdle(kWait));
   }
-  int Calls(const char* function) { return ImsdkCallCount(function); }
-  std::vector<imsdk_control::Call> CallsOf(const char* function) { return imsdk_control::Calls(function); }
+  // Tasks run in order: once the logout task's quit is reported, every task posted before it has run.
+  void DrainTasks(const Journal* events = nullptr) {
+    const Journal& reports = events ? *events : journal_;
+    const size_t quits = ImsdkWaitIdle(kWait) ? reports.Of("ev 5|").size() : 99;
+    manager_->LogoutAndQuitGroup();
+    ASSERT_TRUE(reports.WaitFor("ev 5|", quits + 1) && ImsdkWaitIdle(kWait));
+  }
+  // SDK calls from the `from`-th, as "TIMLogin(alice,sig,p,self)": the manager is "self", other pointers "p";
+  // " in F": during F's callback; " here": on the test's thread; message times of the test are "T".
+  Lines Sdk(const char* function = nullptr, size_t from = 0) const {
+    char self[32];
+    std::snprintf(self, sizeof(self), "0x%p", static_cast<void*>(manager_));
+    Lines out;
+    for (const imsdk_control::Call& call : imsdk_control::Calls(function)) {
+      std::string line = call.function + "(";
+      for (const imsdk_control::Arg& arg : call.args) {
+        std::string text = arg.is_null ? "null" : arg.text == self ? "self" : arg.text;
+        if (text.compare(0, 2, "0x") == 0 && text.size() > 8) text = "p";
+        for (const std::string key : {"\"message_client_time\":", "\"message_server_time\":"}) {
+          const size_t at = text.find(key) + key.size(), end = text.find(',', at);  // npos + size < size
+          const long long time = at < key.size() ? -1 : std::atoll(text.c_str() + at);
+          if (time >= start_ && time <= static_cast<long long>(std::time(nullptr)))
+            text.replace(at, end - at, "T");
+        }
+        line += (&arg == &call.args[0] ? "" : ",") + text;
+      }
+      out.push_back(line + ")" + (call.during_callback_of.empty() ? "" : " in " + call.during_callback_of) +
+                    (call.thread_id == GetCurrentThreadId() ? " here" : ""));
+    }
+    return Lines(out.begin() + std::min(from, out.size()), out.end());
+  }
+  int Calls(const char* function) const { return ImsdkCallCount(function); }
+  // The manager's log lines that begin with `prefix`, in UTF-8, sorted: threads interleave them.
+  Lines Log(const std::wstring& prefix = L"") const {
+    Lines out;
+    for (const std::wstring& line : log_.Messages(L"ImManagerImpl")) {
+      std::string utf8(line.size() * 3 + 1, '\0');
+      utf8.resize(
+          WideCharToMultiByte(CP_UTF8, 0, line.c_str(), -1, &utf8[0], static_cast<int>(utf8.size()), 0, 0) -
+          1);
+      if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(utf8);
+    }
+    return Sorted(out);
+  }
+  bool Logged(const std::string& line, long times = 1) const {
+    const Lines lines = Log();
+    return std::count(lines.begin(), lines.end(), line) == times;
+  }
 
   testing_support::LogCapture log_;
   Journal journal_;
   ImManager* manager_ = nullptr;
+  const long long start_ = static_cast<long long>(std::time(nullptr));
 };
 
 }  // namespace im_test

@@ -44,6 +44,10 @@ IMSDK_API void ImsdkScriptResult(const char* function, int result);
 IMSDK_API void ImsdkScriptCallback(const char* function, int code, const char* desc);
 // While a function is held, its callbacks wait; releasing queues them in order.
 IMSDK_API void ImsdkHoldCallbacks(const char* function, int hold);
+// From its `from_call`-th call on (counting every call since the reset), a
+// function's callers wait inside it, after the call is recorded; 0 lets them
+// return. TIMUninit and the reset unblock every function.
+IMSDK_API void ImsdkBlockCalls(const char* function, int from_call);
 IMSDK_API void ImsdkSetEchoPeer(const char* peer_user_id);  // null or "" turns it off
 
 // Events, queued to the stand-in's thread.
