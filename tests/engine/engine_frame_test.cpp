@@ -1,6 +1,8 @@
 // Creation, the task thread and its queue, registration and release.
 #include <objbase.h>
 
+#include <thread>
+
 #include "engine_test_support.h"
 
 namespace engine_test {
@@ -163,6 +165,35 @@ TEST_F(EngineFrame, EventsStopAfterUnInitializeWhileSdkWorkGoesOn) {
   EXPECT_EQ(LiteavCountCalls("setLocalViewRotation"), 0);
   EXPECT_FALSE(log_.Contains(L"onDeviceChange: Cam A , camera state is 1"));
   EXPECT_EQ(LiteavCountCalls("getCameraDevicesList"), 0);
+}
+
+}  // namespace
+}  // namespace engine_test
+
+namespace engine_test {
+namespace {
+
+// A callback still under way on an SDK thread when the host releases the
+// engine finishes with the SDK object before that object is destroyed. The
+// host's event holds the callback until the SDK's destruction begins, or for
+// half a second when the release rightly waits for the callback.
+TEST_F(EngineFrame, ReleaseLetsACallbackUnderWayFinishBeforeTheSdkGoes) {
+  ITRTCCloudCallback* sdk = nullptr;
+  liteav_control::RunOnCallbackThread([&] { sdk = LiteavCloudCallback(); });
+  base::ScopedHandle in_event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  events_.on_event = [&](const std::string& text) {
+    if (text != "OnUserEnter(bob)") return;
+    SetEvent(in_event.get());
+    LiteavWaitForCall("destroyTRTCShareInstance", 1, 500);
+  };
+  std::thread sdk_thread([&] { sdk->onUserEnter("bob"); });
+  ASSERT_EQ(WaitForSingleObject(in_event.get(), 5000), WAIT_OBJECT_0);
+  ReleaseRTCEngine();
+  sdk_thread.join();
+  const std::vector<std::string> calls = liteav_control::Calls();
+  ASSERT_FALSE(calls.empty());
+  EXPECT_EQ(calls.back(), "destroyTRTCShareInstance()");
+  EXPECT_EQ(LiteavCountCalls("startRemoteView(bob,0)"), 1);
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 // reaches the host as OnMicTestVolume.
 #include <windows.h>
 
+#include <atomic>
+#include <thread>
+
 #include "audio/tone_player.h"
 #include "engine_test_support.h"
 
@@ -48,22 +51,51 @@ TEST_F(EngineMicLevel, ARealToneReachesTheHostWhileTheDesktopIsShared) {
   EXPECT_FALSE(events_.WaitFor("OnMicTestVolume(67)", loud + 1, 1300));
 }
 
-TEST_F(EngineMicLevel, TheStopGoesToTheEngineThatTheDesktopFlagNamesAtThatMoment) {
-  // Started on the SDK, stopped while sharing: the library's test is stopped
-  // (it isn't running, so nothing happens there), and the SDK hears nothing.
+TEST_F(EngineMicLevel, TheStopGoesToTheEngineThatTheDesktopFlagNamesAndEndsTheLibrarysCapture) {
+  // Started on the SDK, stopped while sharing: the SDK hears nothing more.
   engine_->StartMicDeviceTest();
   engine_->EnableCaptureDesktopVideo(true);
   engine_->StopMicDeviceTest();
   EXPECT_EQ(SdkTestCalls(), std::vector<std::string>{"startMicDeviceTest(400)"});
 
   // Started while sharing, stopped after: the SDK gets the stop, and the
-  // library's capture goes on reporting until the engine ends.
+  // library's capture ends too.
+  audio_testing::TonePlayer tone;
+  ASSERT_TRUE(tone.Start(L"Null Output", 50.0, 1.0, audio_testing::TonePlayer::Shape::kSquare));
   LiteavReset();
   engine_->StartMicDeviceTest();
-  EXPECT_TRUE(SdkTestCalls().empty());
+  ASSERT_TRUE(events_.WaitFor("OnMicTestVolume(67)", 1, 10000));
   engine_->EnableCaptureDesktopVideo(false);
   engine_->StopMicDeviceTest();
   EXPECT_EQ(SdkTestCalls(), std::vector<std::string>{"stopMicDeviceTest()"});
+  EXPECT_EQ(events_.Texts().back(), "OnMicTestVolume(0)") << "the stopped capture reports 0";
+}
+
+// A host that stops the test from inside its level event holds up neither
+// the capture thread nor later calls nor the release.
+TEST_F(EngineMicLevel, AHandlerThatStopsTheTestHoldsNothingUp) {
+  audio_testing::TonePlayer tone;
+  ASSERT_TRUE(tone.Start(L"Null Output", 50.0, 1.0, audio_testing::TonePlayer::Shape::kSquare));
+  base::ScopedHandle returned(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  base::ScopedHandle done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  std::atomic<bool> stopped{false};
+  events_.on_event = [&](const std::string& text) {
+    if (text != "OnMicTestVolume(67)" || stopped.exchange(true)) return;
+    engine_->StopMicDeviceTest();
+    SetEvent(returned.get());
+  };
+  engine_->EnableCaptureDesktopVideo(true);
+  engine_->StartMicDeviceTest();
+  ASSERT_EQ(WaitForSingleObject(returned.get(), 10000), WAIT_OBJECT_0) << "the stop inside the event hangs";
+  // A thread of its own: should the calls hang, the test still ends (and
+  // the run with it) rather than waiting for them.
+  std::thread([&] {
+    engine_->StartMicDeviceTest();
+    engine_->StopMicDeviceTest();
+    ReleaseRTCEngine();
+    SetEvent(done.get());
+  }).detach();
+  EXPECT_EQ(WaitForSingleObject(done.get(), 10000), WAIT_OBJECT_0) << "a later call or the release hangs";
 }
 
 TEST_F(EngineMicLevel, RoomEndRestartsTheLibrarysMicTest) {

@@ -127,10 +127,13 @@ class RecordingEvents : public RTCEngineEvent {
 
   // Set before the event can come; runs on the event's thread.
   std::function<void(int32_t)> on_device_changed;
+  // Runs on the event's thread with its text, before it is recorded.
+  std::function<void(const std::string&)> on_event;
   int remote_count_hint = 0;
 
  private:
   void Add(const std::string& text) {
+    if (on_event) on_event(text);
     {
       std::lock_guard<std::mutex> guard(mutex_);
       events_.push_back({text, GetCurrentThreadId()});
