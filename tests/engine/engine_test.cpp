@@ -22,7 +22,8 @@ TEST_F(EngineTest, EachOperationAndCallback) {
        "setLogCallback(callback)|addCallback(callback)|setLocalVideoRenderCallback(3,1,callback)|"
        "removeCallback(callback)|destroyTRTCShareInstance()",
        "=M1", "PreInitialize|DoTaskCore Enter|DoTaskCore Enter2|TRTC:caf\xE9|~RTCEngineImpl|UnInitialize"},
-      {"release; create; Initialize; forget; EnableCaptureSystemAudio(1); post(8999); post(9008); com; "
+      {"release; create; Initialize; forget; EnableCaptureSystemAudio(1); drain; post(8999); post(9008); "
+       "com; "
        "onDeviceChange(Mic A,0,0); drain; post(18); EnableCaptureSystemAudio(1); release",
        "getCurrentSpeakerDevice()@T|getCurrentMicDevice()@T|getMicDevicesList()@T|removeCallback(callback)|"
        "destroyTRTCShareInstance()",
