@@ -1,7 +1,5 @@
 #include "audio/audio_capture_impl.h"
 
-#include <avrt.h>
-
 #include <cstring>
 #include <exception>
 
@@ -33,7 +31,17 @@ class ScopedMixFormat {
 
 AudioCapture* AudioCapture::Create() { return new AudioCaptureImpl(); }
 
-void AudioCapture::Release(AudioCapture* capture) { delete capture; }
+void AudioCapture::Release(AudioCapture* capture) {
+  if (capture) static_cast<AudioCaptureImpl*>(capture)->Destroy();
+}
+
+namespace {
+
+// The capture whose thread this is, if any: a host's event handler may stop,
+// restart or release the capture that is calling it.
+thread_local const AudioCaptureImpl* t_current_capture = nullptr;
+
+}  // namespace
 
 AudioCaptureImpl::AudioCaptureImpl() : enumerator_(AudioDeviceEnumerator::GetInstance()) {
   thread_done_event_.Reset(CreateEventW(nullptr, TRUE, TRUE, nullptr));
@@ -47,6 +55,24 @@ AudioCaptureImpl::~AudioCaptureImpl() {
   audio::FreeResampler(&resampler_);
   delete[] out_buffer_;
 }
+
+void AudioCaptureImpl::Destroy() {
+  if (!OnCaptureThread()) {
+    delete this;
+    return;
+  }
+  // From inside one of its own events: the thread can't be waited for here,
+  // and it still uses the object. It ends as soon as the event returns,
+  // tells nobody anything more, and destroys the object last.
+  event_.store(nullptr);
+  base::AutoLock state(state_lock_);
+  release_at_end_ = true;
+  restart_ = false;
+  running_.store(false);
+  SetEvent(stop_event_.get());
+}
+
+bool AudioCaptureImpl::OnCaptureThread() const { return t_current_capture == this; }
 
 void AudioCaptureImpl::SetCaptureEvent(AudioCaptureEvent* event, void* user_data) {
   event_.store(event);
@@ -62,21 +88,30 @@ void AudioCaptureImpl::SetOutputFormat(int sample_rate, int channels, int bits_p
 void AudioCaptureImpl::SetBlockDuration(int milliseconds) { block_duration_.store(milliseconds); }
 
 bool AudioCaptureImpl::StartDevice(bool is_input, const std::wstring& device_id) {
-  // One capture thread at a time. A thread already on this endpoint (running
-  // or waiting to retry) is left alone; one on another endpoint or direction
-  // is stopped first.
-  if (running_.load()) {
-    if (is_input == is_input_.load() && device_id == this->device_id()) return true;
-    Stop();
+  if (OnCaptureThread()) {
+    // From inside an event: the thread itself starts over once the event
+    // returns, so that there is never a second one.
+    base::AutoLock state(state_lock_);
+    if (!release_at_end_) ClaimStart(is_input, device_id);
+    return true;
   }
-  is_input_.store(is_input);
-  {
-    base::AutoLock lock(id_lock_);
-    device_id_ = device_id;
+  // A running stream on another endpoint ends before this returns.
+  if (active_.load()) {
+    bool same;
+    {
+      base::AutoLock state(state_lock_);
+      same = is_input == is_input_ && device_id == device_id_;
+    }
+    if (!same) Stop();
   }
   base::AutoLock lock(mutex_);
-  if (running_.load()) return true;  // another caller started it meanwhile
-  running_.store(true);
+  {
+    base::AutoLock state(state_lock_);
+    if (!ClaimStart(is_input, device_id)) return true;
+  }
+  // A thread that stopped itself from its own event may still be releasing
+  // its stream: the next one begins after that.
+  WaitForSingleObject(thread_done_event_.get(), kStopWaitMs);
   ResetEvent(stop_event_.get());
   // Reset here, not only on the thread: a Stop right after this start must
   // wait for the thread, not see the event of the previous one.
@@ -86,10 +121,36 @@ bool AudioCaptureImpl::StartDevice(bool is_input, const std::wstring& device_id)
   if (!thread) {
     // Nothing will run: leave the engine idle rather than claim a thread that
     // Stop would wait for in vain.
-    running_.store(false);
+    {
+      base::AutoLock state(state_lock_);
+      running_.store(false);
+      thread_alive_ = false;
+    }
     SetEvent(thread_done_event_.get());
     return false;
   }
+  return true;
+}
+
+bool AudioCaptureImpl::ClaimStart(bool is_input, const std::wstring& device_id) {
+  const bool same = is_input == is_input_ && device_id == device_id_;
+  // The thread on this endpoint (streaming, opening or waiting to retry) is
+  // left alone.
+  if (running_.load() && same) return false;
+  if (!same) {
+    is_input_ = is_input;
+    device_id_ = device_id;
+    ++id_generation_;
+  }
+  running_.store(true);
+  if (thread_alive_) {
+    // Opening, waiting to retry, or on its way out: the thread ends what it
+    // does and starts over on this endpoint at once.
+    restart_ = true;
+    SetEvent(stop_event_.get());
+    return false;
+  }
+  thread_alive_ = true;
   return true;
 }
 
@@ -105,12 +166,26 @@ bool AudioCaptureImpl::StartDeviceByName(bool is_input, const std::wstring& devi
 }
 
 bool AudioCaptureImpl::Stop() {
+  if (OnCaptureThread()) {
+    // From inside an event: waiting would wait for this very thread. It ends
+    // as soon as the event returns.
+    RequestStop();
+    return true;
+  }
   base::AutoLock lock(mutex_);
-  if (!running_.load()) return true;
-  running_.store(false);
-  SetEvent(stop_event_.get());
+  RequestStop();
+  // Also a thread that stopped itself from its own event is gone when this
+  // returns; with no thread the event is already signalled.
   WaitForSingleObject(thread_done_event_.get(), kStopWaitMs);
   return true;
+}
+
+void AudioCaptureImpl::RequestStop() {
+  base::AutoLock state(state_lock_);
+  if (!running_.load()) return;
+  running_.store(false);
+  restart_ = false;
+  SetEvent(stop_event_.get());
 }
 
 bool AudioCaptureImpl::IsActive() { return active_.load(); }
@@ -118,7 +193,7 @@ bool AudioCaptureImpl::IsActive() { return active_.load(); }
 bool AudioCaptureImpl::IsRunning() { return running_.load(); }
 
 std::wstring AudioCaptureImpl::device_id() const {
-  base::AutoLock lock(id_lock_);
+  base::AutoLock state(state_lock_);
   return device_id_;
 }
 
@@ -128,14 +203,48 @@ DWORD WINAPI AudioCaptureImpl::CaptureThread(LPVOID param) {
 }
 
 void AudioCaptureImpl::RunCapture() {
+  t_current_capture = this;
   HRESULT com = CoInitialize(nullptr);
+  const audio::MmThreadFunctions& mm_thread = audio::MmThread();
   DWORD task_index = 0;
-  HANDLE task = AvSetMmThreadCharacteristicsW(L"Audio Pro", &task_index);
-  ResetEvent(thread_done_event_.get());
+  HANDLE task = mm_thread.set(L"Audio Pro", &task_index);
   delete[] out_buffer_;
   out_buffer_size_ = kOutBufferSize;
   out_buffer_ = new BYTE[out_buffer_size_];
 
+  bool release = false;
+  for (;;) {
+    RunStreams();
+    base::AutoLock state(state_lock_);
+    if (restart_ && !release_at_end_) {
+      restart_ = false;
+      ResetEvent(stop_event_.get());
+      continue;
+    }
+    // From here a start launches a new thread, which waits for this one's
+    // done event before it begins.
+    thread_alive_ = false;
+    release = release_at_end_;
+    break;
+  }
+
+  active_.store(false);
+  delete[] out_buffer_;
+  out_buffer_ = nullptr;
+  out_buffer_size_ = 0;
+  audio::FreeResampler(&resampler_);
+  // The stream's objects belong to this thread's apartment: they go before
+  // it is left.
+  ReleaseStream();
+  mm_thread.revert(task);
+  if (SUCCEEDED(com)) CoUninitialize();
+  t_current_capture = nullptr;
+  // Once signalled, Stop may return and the object may be destroyed.
+  SetEvent(thread_done_event_.get());
+  if (release) delete this;
+}
+
+void AudioCaptureImpl::RunStreams() {
   for (;;) {
     bool opened = false;
     try {
@@ -144,7 +253,7 @@ void AudioCaptureImpl::RunCapture() {
       opened = false;
     }
     if (opened) {
-      const DWORD wait_ms = is_input_.load() ? INFINITE : kLoopbackWaitMs;
+      const DWORD wait_ms = open_is_input_ ? INFINITE : kLoopbackWaitMs;
       const HANDLE events[2] = {audio_ready_event_.get(), stop_event_.get()};
       for (;;) {
         DWORD result = WaitForMultipleObjects(2, events, FALSE, wait_ms);
@@ -155,22 +264,8 @@ void AudioCaptureImpl::RunCapture() {
       active_.store(false);
       if (AudioCaptureEvent* event = event_.load()) event->OnCaptureStopped();
     }
-    if (WaitForSingleObject(stop_event_.get(), retry_interval_ms_.load()) != WAIT_TIMEOUT) break;
+    if (WaitForSingleObject(stop_event_.get(), retry_interval_ms_.load()) != WAIT_TIMEOUT) return;
   }
-
-  active_.store(false);
-  running_.store(false);
-  delete[] out_buffer_;
-  out_buffer_ = nullptr;
-  out_buffer_size_ = 0;
-  audio::FreeResampler(&resampler_);
-  // The stream's objects belong to this thread's apartment: they go before
-  // it is left.
-  ReleaseStream();
-  if (task) AvRevertMmThreadCharacteristics(task);
-  if (SUCCEEDED(com)) CoUninitialize();
-  // Last: once signalled, Stop may return and the object may be destroyed.
-  SetEvent(thread_done_event_.get());
 }
 
 void AudioCaptureImpl::ReleaseStream() {
@@ -187,19 +282,29 @@ bool AudioCaptureImpl::Open() {
   open_channels_ = channels_.load();
   open_bits_per_sample_ = bits_per_sample_.load();
   sample_format_ = audio::SampleFormatFor(open_bits_per_sample_);
-  const bool is_input = is_input_.load();
+  std::wstring id;
+  unsigned generation;
+  {
+    base::AutoLock state(state_lock_);
+    open_is_input_ = is_input_;
+    id = device_id_;
+    generation = id_generation_;
+  }
+  const bool is_input = open_is_input_;
 
   audio::ScopedComPtr<IMMDeviceEnumerator> enumerator;
   if (FAILED(audio::CreateDeviceEnumerator(enumerator.Receive())) || !enumerator) return false;
 
-  std::wstring id = device_id();
   if (id.empty()) {
     // From here on the engine keeps this endpoint, even if the system's
     // default moves on.
     AudioDeviceInfo info;
     enumerator_->GetDefaultDevice(is_input, info);
     id = info.id;
-    base::AutoLock lock(id_lock_);
+    base::AutoLock state(state_lock_);
+    // A start that named another endpoint meanwhile keeps its id; the stop
+    // it signalled brings this thread round to it.
+    if (generation != id_generation_) return false;
     device_id_ = id;
   }
   if (FAILED(enumerator->GetDevice(id.c_str(), device_.Receive())) || !device_) return false;
@@ -210,6 +315,7 @@ bool AudioCaptureImpl::Open() {
   {
     ScopedMixFormat format;
     if (FAILED(audio_client_->GetMixFormat(format.Receive())) || !format.get()) return false;
+    if (!audio::IsPackedFloat(*format.get())) return false;
     mix_format_ = *format.get();
     DWORD flags = AUDCLNT_STREAMFLAGS_EVENTCALLBACK;
     if (!is_input) flags |= AUDCLNT_STREAMFLAGS_LOOPBACK;
@@ -264,8 +370,16 @@ bool AudioCaptureImpl::OpenSilentRenderStream() {
 bool AudioCaptureImpl::Drain() {
   UINT32 packet_frames = 0;
   const int bytes_per_sample = av_get_bytes_per_sample(sample_format_);
-  const int capacity = out_buffer_size_ / (bytes_per_sample * (open_channels_ > 0 ? open_channels_ : 1));
+  // A block's size counts converted * (bits_per_sample / 8) bytes; the
+  // buffer holds that much for every channel, also for a sample size that
+  // isn't 16 or 32.
+  const int block_bytes_per_sample = open_bits_per_sample_ / 8;
+  const int widest = block_bytes_per_sample > bytes_per_sample ? block_bytes_per_sample : bytes_per_sample;
+  const int capacity = out_buffer_size_ / (widest * (open_channels_ > 0 ? open_channels_ : 1));
   for (;;) {
+    // Stopped, from inside the event or from another thread: the stream
+    // ends here, with nothing more delivered.
+    if (WaitForSingleObject(stop_event_.get(), 0) == WAIT_OBJECT_0) return false;
     HRESULT hr = capture_client_->GetNextPacketSize(&packet_frames);
     if (FAILED(hr)) {
       if (hr != AUDCLNT_E_DEVICE_INVALIDATED) return false;
@@ -287,9 +401,9 @@ bool AudioCaptureImpl::Drain() {
       const int64_t timestamp =
           TimeMicroseconds() - static_cast<int64_t>(frames) * 1000000 / mix_format_.nSamplesPerSec;
       if (AudioCaptureEvent* event = event_.load()) {
-        // Every channel's samples count: a multi-channel block's size is its
-        // whole length in bytes.
-        event->OnAudioData(user_data_.load(), out_buffer_, converted * open_channels_ * bytes_per_sample,
+        // `size` counts the samples of one channel; a multi-channel host
+        // multiplies by `channels` (the buffer holds them all, interleaved).
+        event->OnAudioData(user_data_.load(), out_buffer_, converted * block_bytes_per_sample,
                            open_bits_per_sample_, open_sample_rate_, open_channels_, timestamp);
       }
     }

@@ -51,26 +51,51 @@ class AudioCaptureImpl : public AudioCapture, public AudioDeviceListenerEvent {
   // Tests shorten the pause between tries instead of sleeping through it.
   void SetRetryIntervalForTesting(DWORD milliseconds) { retry_interval_ms_ = milliseconds; }
 
+  // AudioCapture::Release: at once, or, on the capture's own thread (from
+  // inside an event), at that thread's end.
+  void Destroy();
+
  private:
   static DWORD WINAPI CaptureThread(LPVOID param);
+  bool OnCaptureThread() const;
+  // Under state_lock_: records a new endpoint. True when a thread must be
+  // launched; false when none is needed (the same endpoint runs) or the
+  // living thread has been asked to start over on the new one.
+  bool ClaimStart(bool is_input, const std::wstring& device_id);
+  // Asks the thread to end, without waiting.
+  void RequestStop();
   void RunCapture();
+  // Opens and streams, retrying, until stop_event_.
+  void RunStreams();
   bool Open();
   bool OpenSilentRenderStream();
   // True: go on waiting for packets; false: the stream has ended.
   bool Drain();
   void ReleaseStream();
 
-  base::Lock mutex_;  // starting and stopping the thread; held during Stop's wait
-  // The stream: written only by the capture thread, while it runs.
+  // Launching a thread, and Stop from other threads; held during Stop's
+  // wait, so the capture thread never takes it.
+  base::Lock mutex_;
+  // The run's state below; never held across a wait or a call out, so the
+  // capture thread may take it.
+  mutable base::Lock state_lock_;
+  std::wstring device_id_;
+  bool is_input_ = false;
+  // Raised by every new endpoint: a default resolved for an older one is
+  // not stored over it.
+  unsigned id_generation_ = 0;
+  bool thread_alive_ = false;  // a capture thread exists, until its teardown
+  bool restart_ = false;       // the living thread starts over instead of ending
+  bool release_at_end_ = false;
+  // Written under state_lock_, read without it.
+  std::atomic<bool> running_{false};
+  std::atomic<bool> active_{false};
+
+  // The stream: touched only by the capture thread, while it runs.
   audio::ScopedComPtr<IMMDevice> device_;
   audio::ScopedComPtr<IAudioClient> audio_client_;
   audio::ScopedComPtr<IAudioCaptureClient> capture_client_;
   audio::ScopedComPtr<IAudioRenderClient> render_client_;
-  // Written by StartDevice and by the thread when it resolves the default.
-  mutable base::Lock id_lock_;
-  std::wstring device_id_;
-  std::atomic<bool> is_input_{false};
-  std::atomic<bool> active_{false};
   base::ScopedHandle thread_done_event_;  // manual reset, signalled while no thread runs
   base::ScopedHandle stop_event_;         // manual reset
   base::ScopedHandle audio_ready_event_;  // auto reset, signalled by the audio system
@@ -82,14 +107,14 @@ class AudioCaptureImpl : public AudioCapture, public AudioDeviceListenerEvent {
   std::atomic<int> bits_per_sample_{16};
   SwrContext* resampler_ = nullptr;
   AVSampleFormat sample_format_ = AV_SAMPLE_FMT_S16;
-  // Output format of the current open, fixed for the stream's life.
+  // Of the current open, fixed for the stream's life.
+  bool open_is_input_ = false;
   int open_sample_rate_ = 44100;
   int open_channels_ = 1;
   int open_bits_per_sample_ = 16;
   BYTE* out_buffer_ = nullptr;
   int out_buffer_size_ = 0;
   std::atomic<void*> user_data_{nullptr};
-  std::atomic<bool> running_{false};
   AudioDeviceEnumerator* enumerator_;
   std::atomic<DWORD> retry_interval_ms_{kRetryIntervalMs};
 };

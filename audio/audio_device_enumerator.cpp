@@ -54,6 +54,7 @@ AudioDeviceEnumerator* AudioDeviceEnumerator::GetInstance() {
 
 void AudioDeviceEnumerator::EnumerateDevices(bool is_input, std::vector<AudioDeviceInfo>& devices) {
   devices.clear();
+  audio::ScopedComInit com;
   audio::ScopedComPtr<IMMDeviceEnumerator> enumerator;
   if (audio::CreateDeviceEnumerator(enumerator.Receive()) != S_OK || !enumerator) return;
   audio::ScopedComPtr<IMMDeviceCollection> collection;
@@ -77,6 +78,7 @@ void AudioDeviceEnumerator::EnumerateDevices(bool is_input, std::vector<AudioDev
 
 bool AudioDeviceEnumerator::GetDefaultDevice(bool is_input, AudioDeviceInfo& device) {
   device.is_input = is_input;
+  audio::ScopedComInit com;
   audio::ScopedComPtr<IMMDeviceEnumerator> enumerator;
   if (FAILED(audio::CreateDeviceEnumerator(enumerator.Receive())) || !enumerator) return false;
   audio::ScopedComPtr<IMMDevice> endpoint;

@@ -1,5 +1,6 @@
 // Lists audio endpoints, finds one by friendly name and names the default
-// one. No state of its own: one object per process, made at first use.
+// one. No state of its own: one object per process, made at first use. Any
+// thread may call it, also one without COM (each call sees to COM itself).
 #pragma once
 
 #include <string>

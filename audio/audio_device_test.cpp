@@ -8,28 +8,45 @@
 AudioDeviceTest::AudioDeviceTest(AudioDeviceTestEvent* event) : event_(event) {}
 
 AudioDeviceTest::~AudioDeviceTest() {
-  base::AutoLock lock(lock_);
-  AudioCapture::Release(capture_);
-  capture_ = nullptr;
+  std::shared_ptr<AudioCapture> capture;
+  {
+    base::AutoLock lock(lock_);
+    capture.swap(capture_);
+  }
 }
 
 void AudioDeviceTest::Start(const std::wstring& device_name) {
-  base::AutoLock lock(lock_);
-  // The old capture first: a block it delivers while ending must not use up
-  // the new test's first report.
-  if (capture_) AudioCapture::Release(capture_);
-  // The next block is measured whatever its time.
-  last_report_.store(0);
-  capture_ = AudioCapture::Create();
-  capture_->SetCaptureEvent(this, this);
-  // The default output format, mono 16-bit at 44100 Hz, is what OnAudioData
-  // reads.
-  capture_->StartDeviceByName(true, device_name);
+  std::shared_ptr<AudioCapture> old;
+  {
+    base::AutoLock lock(lock_);
+    old.swap(capture_);
+  }
+  // The old capture ends first, outside the lock: a block it delivers while
+  // ending must not use up the new test's first report. On its own thread
+  // the release returns at once and the old capture delivers nothing more.
+  old.reset();
+  std::shared_ptr<AudioCapture> fresh(AudioCapture::Create(), &AudioCapture::Release);
+  fresh->SetCaptureEvent(this, this);
+  {
+    base::AutoLock lock(lock_);
+    // A Start on another thread that got here first is replaced.
+    old.swap(capture_);
+    // The next block is measured whatever its time.
+    last_report_.store(0);
+    capture_ = fresh;
+    // The default output format, mono 16-bit at 44100 Hz, is what OnAudioData
+    // reads. Starting waits for no capture thread, so it may hold the lock.
+    capture_->StartDeviceByName(true, device_name);
+  }
 }
 
 bool AudioDeviceTest::Stop() {
-  base::AutoLock lock(lock_);
-  if (capture_) capture_->Stop();
+  std::shared_ptr<AudioCapture> capture;
+  {
+    base::AutoLock lock(lock_);
+    capture = capture_;
+  }
+  if (capture) capture->Stop();
   return true;
 }
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "audio/audio_device_test_event.h"
@@ -38,11 +39,14 @@ class AudioDeviceTest : public AudioCaptureEvent {
 
  private:
   AudioDeviceTestEvent* const event_;
-  // The engine starts and stops tests from host threads and from the SDK's
-  // thread at a room's end; the capture thread never takes this lock, so
-  // releasing a capture under it can't wait on ourselves.
+  // Tests start and stop from host threads, from the SDK's thread at a
+  // room's end, and from the capture thread itself (a host's level handler
+  // that stops or restarts the test). The lock guards the pointer only and
+  // is never held while a capture thread is waited for: that thread may be
+  // waiting for the lock itself. Whoever holds a copy keeps the capture
+  // alive; the last one releases it.
   base::Lock lock_;
-  AudioCapture* capture_ = nullptr;  // guarded by lock_
+  std::shared_ptr<AudioCapture> capture_;
   // Written by Start before the capture thread exists, then by that thread.
   std::atomic<int64_t> last_report_{0};
   const int64_t report_interval_ = kReportIntervalMs;

@@ -9,6 +9,10 @@ extern "C" {
 namespace audio {
 namespace {
 
+// KSDATAFORMAT_SUBTYPE_IEEE_FLOAT, spelled out so that no translation unit
+// has to instantiate the system's media-format GUIDs.
+const GUID kFloatSubformat = {0x00000003, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71}};
+
 // The integer channel layouts are what this FFmpeg's resampler options take;
 // their successor API isn't needed for a default layout by channel count.
 int64_t DefaultLayout(int channels) {
@@ -19,6 +23,15 @@ int64_t DefaultLayout(int channels) {
 }
 
 }  // namespace
+
+bool IsPackedFloat(const WAVEFORMATEX& mix) {
+  if (mix.wBitsPerSample != 32 || mix.nChannels == 0 || mix.nBlockAlign != 4 * mix.nChannels) return false;
+  if (mix.wFormatTag == WAVE_FORMAT_IEEE_FLOAT) return true;
+  if (mix.wFormatTag != WAVE_FORMAT_EXTENSIBLE ||
+      mix.cbSize < sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX))
+    return false;
+  return IsEqualGUID(reinterpret_cast<const WAVEFORMATEXTENSIBLE&>(mix).SubFormat, kFloatSubformat) != 0;
+}
 
 AVSampleFormat SampleFormatFor(int bits_per_sample) {
   return bits_per_sample == 32 ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_S16;

@@ -17,6 +17,12 @@ namespace audio {
 // AV_SAMPLE_FMT_FLT for 32 bits, AV_SAMPLE_FMT_S16 for anything else.
 AVSampleFormat SampleFormatFor(int bits_per_sample);
 
+// True when `mix` is what the resampler is set up to read: packed 32-bit
+// float, as a plain float format or an extensible one with the float
+// subformat. Anything else would be read at the wrong sample size, past the
+// end of the system's packet.
+bool IsPackedFloat(const WAVEFORMATEX& mix);
+
 // Frees `*resampler` if set and makes a new one for `mix` (always read as
 // packed float, whatever its tag says) to the output format. False if
 // swr_init fails; `*resampler` is then the context that failed to start.

@@ -1,11 +1,16 @@
 #include "audio/core_audio.h"
 
+#include <avrt.h>
+
 #include <atomic>
 
 namespace audio {
 namespace {
 
 std::atomic<DeviceEnumeratorFactory> g_factory{nullptr};
+
+const MmThreadFunctions kSystemMmThread = {&AvSetMmThreadCharacteristicsW, &AvRevertMmThreadCharacteristics};
+std::atomic<const MmThreadFunctions*> g_mm_thread{&kSystemMmThread};
 
 }  // namespace
 
@@ -17,5 +22,11 @@ HRESULT CreateDeviceEnumerator(IMMDeviceEnumerator** enumerator) {
 }
 
 void SetDeviceEnumeratorFactoryForTesting(DeviceEnumeratorFactory factory) { g_factory.store(factory); }
+
+const MmThreadFunctions& MmThread() { return *g_mm_thread.load(); }
+
+void SetMmThreadFunctionsForTesting(const MmThreadFunctions* functions) {
+  g_mm_thread.store(functions ? functions : &kSystemMmThread);
+}
 
 }  // namespace audio

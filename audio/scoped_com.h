@@ -1,6 +1,8 @@
-// Owns one COM reference and releases it once.
+// Owns one COM reference and releases it once; and COM on the calling thread
+// for the length of one call.
 #pragma once
 
+#include <objbase.h>
 #include <unknwn.h>
 
 namespace audio {
@@ -30,6 +32,24 @@ class ScopedComPtr {
 
  private:
   T* ptr_ = nullptr;
+};
+
+// Host and SDK threads call in with or without an apartment of their own.
+// A thread without one gets the multithreaded apartment for the scope; a
+// thread that has one keeps it (its count is raised and lowered again, or,
+// for a single-threaded apartment, left alone). Declared before any COM
+// reference of the scope, so that those go first.
+class ScopedComInit {
+ public:
+  ScopedComInit() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+  ~ScopedComInit() {
+    if (SUCCEEDED(result_)) CoUninitialize();
+  }
+  ScopedComInit(const ScopedComInit&) = delete;
+  ScopedComInit& operator=(const ScopedComInit&) = delete;
+
+ private:
+  HRESULT result_;
 };
 
 }  // namespace audio

@@ -34,11 +34,17 @@ I420Frame* FramePool::Take(int width, int height) {
 
 void FramePool::Give(I420Frame* frame) {
   if (!frame) return;
-  const uint32_t stamp = ++gives_;
-  for (int i = 0; i < capacity_; ++i) {
-    I420Frame* empty = nullptr;
-    if (slots_[i].compare_exchange_strong(empty, frame)) {
+  if (!closed_.load()) {
+    const uint32_t stamp = ++gives_;
+    for (int i = 0; i < capacity_; ++i) {
+      I420Frame* empty = nullptr;
+      if (!slots_[i].compare_exchange_strong(empty, frame)) continue;
       stamps_[i] = stamp;
+      // A Close that began meanwhile may have passed this slot already. The
+      // flag is read after the slot was filled: either Close's sweep finds
+      // the frame or this sees the flag, and whatever the slot holds then
+      // is freed (a Take may have had it first).
+      if (closed_.load()) FreeI420Frame(slots_[i].exchange(nullptr));
       return;
     }
   }
@@ -48,3 +54,10 @@ void FramePool::Give(I420Frame* frame) {
 void FramePool::Clear() {
   for (int i = 0; i < capacity_; ++i) FreeI420Frame(slots_[i].exchange(nullptr));
 }
+
+void FramePool::Close() {
+  closed_ = true;
+  Clear();
+}
+
+void FramePool::Open() { closed_ = false; }

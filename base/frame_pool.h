@@ -25,10 +25,15 @@ class FramePool {
   // bytes the caller overwrites. Kept frames of another size are freed on
   // the way: a change of size empties the pool.
   I420Frame* Take(int width, int height);
-  // Keeps `frame` for a later Take; frees it when every slot is taken.
+  // Keeps `frame` for a later Take; frees it when every slot is taken or
+  // the pool is closed.
   void Give(I420Frame* frame);
   // Frees every kept frame.
   void Clear();
+  // Clear, and keep nothing until Open: a frame given back meanwhile, also
+  // by a Give that was under way when Close began, is freed.
+  void Close();
+  void Open();
 
  private:
   const int capacity_;
@@ -37,4 +42,5 @@ class FramePool {
   // the frame itself changes hands by the exchange of its slot alone.
   std::atomic<uint32_t> stamps_[kMaxFrames];
   std::atomic<uint32_t> gives_{0};
+  std::atomic<bool> closed_{false};
 };

@@ -20,6 +20,7 @@ DesktopDataSource::~DesktopDataSource() {
 }
 
 bool DesktopDataSource::Enable() {
+  pool_.Open();
   enabled_ = true;
   queue_->Clear();
   return true;
@@ -27,11 +28,14 @@ bool DesktopDataSource::Enable() {
 
 bool DesktopDataSource::Disable() {
   enabled_ = false;
+  // Nothing streams until the next Enable: the frames' memory goes back,
+  // also that of a frame a pull under way gives back later.
+  pool_.Close();
   queue_->Clear();
-  // Nothing streams until the next Enable: give the frames' memory back.
-  pool_.Clear();
   return true;
 }
+
+void DesktopDataSource::Trim() { pool_.Clear(); }
 
 void DesktopDataSource::PushFrame(const void* data, int32_t /*size*/, int32_t width, int32_t height,
                                   int64_t pts) {
@@ -40,6 +44,9 @@ void DesktopDataSource::PushFrame(const void* data, int32_t /*size*/, int32_t wi
   memcpy(frame->data, data, frame->size);
   frame->timestamp = pts;
   queue_->Push(frame);
+  // A Disable that ran meanwhile has emptied the queue already: this
+  // picture must not stay in it until the next Enable.
+  if (!enabled_) queue_->Clear();
 }
 
 int32_t DesktopDataSource::onPullVideo(TRTCVideoFrame* out) {

@@ -20,9 +20,11 @@ class DesktopDataSource : public ILiteAVStreamDataSource {
   DesktopDataSource& operator=(const DesktopDataSource&) = delete;
 
   // Both empty the queue, so that no picture from before a switch comes out
-  // after it.
+  // after it. Disable also gives back every frame's memory until Enable.
   bool Enable();
   bool Disable();
+  // Gives back the memory of the frames kept for reuse.
+  void Trim();
   // Copies width x height of I420 from `data`; `size` is not trusted.
   void PushFrame(const void* data, int32_t size, int32_t width, int32_t height, int64_t pts);
 

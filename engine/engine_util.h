@@ -1,11 +1,14 @@
 // Small helpers shared by the engine's source files.
 #pragma once
 
+#include <windows.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <string>
 
+#include "base/scoped_handle.h"
 #include "base/text.h"
 #include "fundus/fundus.h"
 
@@ -37,22 +40,32 @@ inline std::string FieldText(const char* field, size_t capacity) {
   return std::string(field, length);
 }
 
-// A pointer that other threads read while one thread may set or clear it:
-// each use is one atomic load, so no read tears. A caller that needs the
-// same object for several calls copies it into a local first.
-template <typename T>
-class AtomicPointer {
+// Counts the uses of something that are under way on any thread, so that
+// its owner can wait for the last of them before it ends the thing. Each
+// count is one atomic step: the paths that count run for every frame.
+class UseCount {
  public:
-  AtomicPointer& operator=(T* value) {
-    pointer_.store(value);
-    return *this;
+  UseCount() : idle_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+  UseCount(const UseCount&) = delete;
+  UseCount& operator=(const UseCount&) = delete;
+
+  void Enter() { ++count_; }
+  void Leave() {
+    if (--count_ == 0 && waiting_) SetEvent(idle_.get());
   }
-  operator T*() const { return pointer_.load(); }
-  T* operator->() const { return pointer_.load(); }
-  T* exchange(T* value) { return pointer_.exchange(value); }
+  // Returns once no use that began before the call is under way. The owner
+  // first makes later uses harmless (they find the thing gone); with both
+  // steps sequentially consistent, either the waiter sees a use's count or
+  // the use sees the waiter's flag.
+  void WaitUntilIdle() {
+    waiting_ = true;
+    if (count_ != 0) WaitForSingleObject(idle_.get(), INFINITE);
+  }
 
  private:
-  std::atomic<T*> pointer_{nullptr};
+  std::atomic<int> count_{0};
+  std::atomic<bool> waiting_{false};
+  base::ScopedHandle idle_;
 };
 
 }  // namespace engine

@@ -12,9 +12,11 @@ void RTCEngineImpl::DestroyAudioDeviceTest() {
 }
 
 void RTCEngineImpl::StartAudioDeviceTest(const std::wstring& device_name) {
-  if (audio_device_test_) audio_device_test_->Start(device_name);
+  if (!audio_device_test_) return;
+  audio_test_running_ = true;
+  audio_device_test_->Start(device_name);
 }
 
 void RTCEngineImpl::StopAudioDeviceTest() {
-  if (audio_device_test_) audio_device_test_->Stop();
+  if (audio_test_running_.exchange(false) && audio_device_test_) audio_device_test_->Stop();
 }

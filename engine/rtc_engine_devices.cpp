@@ -59,13 +59,13 @@ void RTCEngineImpl::LoadDevices(ITRTCDeviceCollection* collection, std::vector<D
 }
 
 void RTCEngineImpl::LoadMicDevices() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   base::AutoLock hold(lock_);
   LoadDevices(cloud ? cloud->getMicDevicesList() : nullptr, &mic_devices_);
 }
 
 void RTCEngineImpl::LoadCameraDevices() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   base::AutoLock hold(lock_);
   LoadDevices(cloud ? cloud->getCameraDevicesList() : nullptr, &camera_devices_);
 }
@@ -97,7 +97,7 @@ bool RTCEngineImpl::GetCameraDevices(DeviceRecord** devices, int32_t* count) {
 }
 
 bool RTCEngineImpl::GetSpeakerDevices(DeviceRecord** devices, int32_t* count) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!devices || !count) return false;
   *devices = nullptr;
   *count = 0;
@@ -128,7 +128,7 @@ std::string RTCEngineImpl::CameraDeviceName() {
 }
 
 void RTCEngineImpl::SetCameraDevice(const DeviceRecord* device) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!device) return;
   const std::string name = FieldText(device->name, sizeof(device->name));
   RTC_LOG(L"SetCameraDevice:%s", Wide(name).c_str());
@@ -138,7 +138,7 @@ void RTCEngineImpl::SetCameraDevice(const DeviceRecord* device) {
 }
 
 void RTCEngineImpl::SetSpeakerDevice(const DeviceRecord* device) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!device || !cloud) return;
   const std::string name = FieldText(device->name, sizeof(device->name));
   cloud->setCurrentSpeakerDevice(name.c_str());
@@ -147,7 +147,7 @@ void RTCEngineImpl::SetSpeakerDevice(const DeviceRecord* device) {
 // Camera.
 
 void RTCEngineImpl::ApplyVideoParams() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!cloud) return;
   TRTCVideoEncParam param = {};
   param.video_resolution = 56;
@@ -164,7 +164,7 @@ void RTCEngineImpl::ApplyVideoParams() {
 }
 
 void RTCEngineImpl::OpenCamera(HWND view) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"OpenCamera");
   ApplyVideoParams();
   if (!is_open_camera_) {
@@ -175,7 +175,7 @@ void RTCEngineImpl::OpenCamera(HWND view) {
 }
 
 void RTCEngineImpl::CloseCamera() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"CloseCamera");
   if (is_open_camera_ && !is_camera_test_) {
     RTC_LOG(L"stopLocalPreview");
@@ -185,7 +185,7 @@ void RTCEngineImpl::CloseCamera() {
 }
 
 void RTCEngineImpl::EnableLocalVideo(bool enable) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"EnableLocalVideo:%d", enable ? 1 : 0);
   if (cloud) cloud->muteLocalVideo(!enable);
 }
@@ -207,7 +207,7 @@ void RTCEngineImpl::OpenMicDevice(const DeviceRecord* device) {
 }
 
 void RTCEngineImpl::OnOpenMicDeviceTask() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"OnOpenMicDeviceTask, is_in_room_: %d, is_open_mic_: %d", is_in_room_ ? 1 : 0,
           is_open_mic_ ? 1 : 0);
   const std::string name = MicDeviceName();
@@ -226,14 +226,14 @@ void RTCEngineImpl::CloseMicDevice() {
 }
 
 void RTCEngineImpl::OnCloseMicDeviceTask() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"OnCloseMicDeviceTask: %d", is_open_mic_ ? 1 : 0);
   if (is_open_mic_ && cloud) cloud->stopLocalAudio();
   is_open_mic_ = false;
 }
 
 void RTCEngineImpl::EnableLocalAudio(bool enable) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"EnableLocalAudio: %d, is_in_room_: %d", enable ? 1 : 0, is_in_room_ ? 1 : 0);
   if (!cloud) return;
   if (enable) {
@@ -251,7 +251,7 @@ void RTCEngineImpl::EnableCaptureSystemAudio(bool enable) {
 }
 
 void RTCEngineImpl::OnEnableCaptureSystemAudioTask(bool enable) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"OnEnableCaptureSystemAudioTask, enable: %d, is_record_system_voice_: %d", enable ? 1 : 0,
           is_record_system_voice_ ? 1 : 0);
   if (!cloud) return;
@@ -266,17 +266,17 @@ void RTCEngineImpl::OnEnableCaptureSystemAudioTask(bool enable) {
 }
 
 uint32_t RTCEngineImpl::GetMicVolume() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   return cloud ? cloud->getCurrentMicDeviceVolume() : 0;
 }
 
 uint32_t RTCEngineImpl::GetSpeakerVolume() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   return cloud ? cloud->getCurrentSpeakerVolume() : 0;
 }
 
 void RTCEngineImpl::SetSpeakerVolume(int32_t volume) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (volume < 0 || volume > 100 || !cloud) return;
   cloud->setCurrentSpeakerVolume(static_cast<uint32_t>(volume));
 }
@@ -285,6 +285,7 @@ void RTCEngineImpl::SetSpeakerVolume(int32_t volume) {
 // and the host's event are the task thread's.
 
 void RTCEngineImpl::onDeviceChange(const char* device_id, int32_t type, int32_t state) {
+  const CloudRef in_flight(this);
   if (!event_) return;
   DeviceChange* change = new DeviceChange{device_id ? device_id : "", type, state};
   UINT message = 0;
@@ -309,7 +310,7 @@ void RTCEngineImpl::onDeviceChange(const char* device_id, int32_t type, int32_t 
 }
 
 void RTCEngineImpl::OnMicChangedTask(DeviceChange* change) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (cloud) {
     DeviceInfoHolder info(cloud->getCurrentMicDevice());
     if (info.get()) RTC_LOG(L"OnMicChangedTask, get_dev: %s", Wide(info.get()->getDeviceName()).c_str());
@@ -344,59 +345,68 @@ void RTCEngineImpl::OnSpeakChangeTask(DeviceChange* change) {
 }
 
 void RTCEngineImpl::onCameraDidReady() {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onCameraDidReady: ThreadId=%d", static_cast<int>(GetCurrentThreadId()));
 }
 
 void RTCEngineImpl::onMicDidReady() {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onMicDidReady: ThreadId=%d", static_cast<int>(GetCurrentThreadId()));
 }
 
 // Device tests.
 
 void RTCEngineImpl::StartCameraDeviceTest(HWND view) {
+  const CloudRef cloud(this);
   RTC_LOG(L"StartCameraDeviceTest");
   ApplyVideoParams();
   if (!is_camera_test_) {
     RTC_LOG(L"inner startCameraDeviceTest");
-    if (trtc_cloud_) trtc_cloud_->startCameraDeviceTest(view);
+    if (cloud) cloud->startCameraDeviceTest(view);
   }
   is_camera_test_ = true;
 }
 
 void RTCEngineImpl::StopCameraDeviceTest() {
+  const CloudRef cloud(this);
   RTC_LOG(L"StopCameraDeviceTest");
   if (is_camera_test_ && !is_open_camera_) {
     RTC_LOG(L"inner stopCameraDeviceTest");
-    if (trtc_cloud_) trtc_cloud_->stopCameraDeviceTest();
+    if (cloud) cloud->stopCameraDeviceTest();
   }
   is_camera_test_ = false;
 }
 
 void RTCEngineImpl::StartMicDeviceTest() {
+  const CloudRef cloud(this);
   is_mic_test_ = true;
   if (!is_capture_desktop_) {
     RTC_LOG(L"StartMicDeviceTest");
-    if (trtc_cloud_) trtc_cloud_->startMicDeviceTest(400);
+    if (cloud) cloud->startMicDeviceTest(400);
   } else {
     StartAudioDeviceTest(Wide(MicDeviceName()));
   }
 }
 
 void RTCEngineImpl::StopMicDeviceTest() {
+  const CloudRef cloud(this);
   if (!is_mic_test_) return;
   RTC_LOG(L"StopMicDeviceTest");
-  if (!is_capture_desktop_) {
-    if (trtc_cloud_) trtc_cloud_->stopMicDeviceTest();
-  } else {
-    StopAudioDeviceTest();
-  }
+  if (!is_capture_desktop_ && cloud) cloud->stopMicDeviceTest();
+  // The library's capture is stopped whichever engine the flag names now:
+  // the test may have begun while the desktop was shared. It costs the SDK
+  // no call.
+  StopAudioDeviceTest();
   is_mic_test_ = false;
 }
 
 void RTCEngineImpl::onTestMicVolume(uint32_t volume) {
+  const CloudRef in_flight(this);
   if (RTCEngineEvent* event = event_) event->OnMicTestVolume(static_cast<int32_t>(volume));
 }
 
+// On the capture thread of the library's test: no lock is held here, so the
+// host may stop or restart the test from inside its event.
 void RTCEngineImpl::OnAudioLevel(int level) {
   if (RTCEngineEvent* event = event_) event->OnMicTestVolume(level);
 }

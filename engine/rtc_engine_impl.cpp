@@ -69,7 +69,7 @@ void RTCEngineImpl::PreInitialize() {
   base::ScopedHandle thread(base::StartThread(&RTCEngineImpl::DoTaskCore, this, &thread_id));
   if (!thread) {
     // No task thread and no SDK object: every operation that would use them
-    // checks trtc_cloud_ or task_thread_id_ and does nothing.
+    // finds a null CloudRef or task_thread_id_ 0 and does nothing.
     RTC_LOG(L"CreateThread failed!");
     return;
   }
@@ -162,7 +162,7 @@ void RTCEngineImpl::CloseTaskQueue() {
 }
 
 void RTCEngineImpl::Initialize(void* /*reserved*/, RTCEngineEvent* event) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   base::AutoLock hold(lock_);
   event_ = event;
   if (!cloud) return;
@@ -174,8 +174,13 @@ void RTCEngineImpl::Initialize(void* /*reserved*/, RTCEngineEvent* event) {
 
 void RTCEngineImpl::UnInitialize() {
   RTC_LOG(L"UnInitialize");
-  base::AutoLock hold(lock_);
-  event_ = nullptr;
+  {
+    base::AutoLock hold(lock_);
+    event_ = nullptr;
+  }
+  // Spare frames of the desktop stream go back now; the pictures waiting for
+  // the SDK's pull stay as long as the stream is on.
+  if (data_source_) data_source_->Trim();
 }
 
 RTCEngineImpl::~RTCEngineImpl() {
@@ -186,7 +191,7 @@ RTCEngineImpl::~RTCEngineImpl() {
   WaitForSingleObject(stop_event_.get(), INFINITE);
   stop_event_.Close();
   UnInitialize();
-  ITRTCCloud* const cloud = trtc_cloud_;
+  ITRTCCloud* const cloud = trtc_cloud_.load();
   if (cloud) cloud->removeCallback(this);
   if (data_source_) {
     // The SDK keeps the source until it hears of its destruction.
@@ -194,14 +199,17 @@ RTCEngineImpl::~RTCEngineImpl() {
     delete data_source_;
     data_source_ = nullptr;
   }
-  // Callbacks still under way on SDK threads read the pointer: they see
-  // null from here on rather than the object being destroyed.
-  if (trtc_cloud_.exchange(nullptr)) destroyTRTCShareInstance();
+  // Callbacks and other uses still under way on other threads finish with
+  // the object they hold; any that begins from here on finds none.
+  trtc_cloud_ = nullptr;
+  cloud_users_.WaitUntilIdle();
+  if (cloud) destroyTRTCShareInstance();
   DestroyAudioDeviceTest();
   ready_event_.Close();
 }
 
 void RTCEngineImpl::onLog(const char* log, int32_t /*level*/, const char* /*module*/) {
+  const CloudRef in_flight(this);
   Util::Log::DoTrtcLog(Wide(log).c_str());
 }
 
@@ -246,7 +254,7 @@ bool RTCEngineImpl::ReEnterRoom() {
 }
 
 void RTCEngineImpl::OnEnterRoomTask() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!cloud) return;
   // Snapshots: a host thread may store new parameters meanwhile.
   SharedText app_id = Load(app_id_);
@@ -262,7 +270,7 @@ void RTCEngineImpl::OnEnterRoomTask() {
 }
 
 bool RTCEngineImpl::ExitRoom() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"ExitRoom");
   CloseCamera();
   CloseMicDevice();
@@ -275,7 +283,7 @@ bool RTCEngineImpl::ExitRoom() {
 bool RTCEngineImpl::IsInRoom() { return is_in_room_; }
 
 void RTCEngineImpl::ApplyRoomVideoParams() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   ApplyVideoParams();
   if (!cloud) return;
   TRTCVideoEncParam param = {};
@@ -287,7 +295,7 @@ void RTCEngineImpl::ApplyRoomVideoParams() {
 }
 
 void RTCEngineImpl::onEnterRoom(int64_t /*result*/) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"onEnterRoom");
   is_in_room_ = true;
   ApplyRoomVideoParams();
@@ -296,6 +304,7 @@ void RTCEngineImpl::onEnterRoom(int64_t /*result*/) {
 }
 
 void RTCEngineImpl::onExitRoom(int32_t /*reason*/) {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onExitRoom");
   if (is_in_room_) {
     CloseCamera();
@@ -314,16 +323,18 @@ void RTCEngineImpl::onExitRoom(int32_t /*reason*/) {
 }
 
 void RTCEngineImpl::onError(int32_t code, const char* message, void* /*extra*/) {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onError:%s, code=%d", Wide(message).c_str(), code);
   if (RTCEngineEvent* event = event_) event->OnError(code, message);
 }
 
 void RTCEngineImpl::onWarning(int32_t code, const char* message, void* /*extra*/) {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onWarning:%s, code=%d", Wide(message).c_str(), code);
 }
 
 void RTCEngineImpl::onUserEnter(const char* usr_id) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"onUserEnter:%s", Wide(usr_id).c_str());
   if (RTCEngineEvent* event = event_) event->OnUserEnter(usr_id);
   if (!cloud) return;
@@ -333,24 +344,26 @@ void RTCEngineImpl::onUserEnter(const char* usr_id) {
 }
 
 void RTCEngineImpl::onUserExit(const char* usr_id, int32_t reason) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"onUserExit:%s", Wide(usr_id).c_str());
   if (RTCEngineEvent* event = event_) event->OnUserExit(usr_id, reason);
   if (cloud) cloud->stopRemoteView(usr_id);
 }
 
 void RTCEngineImpl::onUserVideoAvailable(const char* usr_id, bool available) {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onUserVideoAvailable:%s, available:%d", Wide(usr_id).c_str(), available ? 1 : 0);
   if (RTCEngineEvent* event = event_) event->OnUserVideoAvailable(usr_id, available);
 }
 
 void RTCEngineImpl::onUserAudioAvailable(const char* usr_id, bool available) {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onUserAudioAvailable:%s, available:%d", Wide(usr_id).c_str(), available ? 1 : 0);
   if (RTCEngineEvent* event = event_) event->OnUserAudioAvailable(usr_id, available);
 }
 
 void RTCEngineImpl::onUserSubStreamAvailable(const char* usr_id, bool available) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"onUserSubStreamAvailable:%s, available:%d", Wide(usr_id).c_str(), available ? 1 : 0);
   SharedText desktop_usr_id = Load(remote_desktop_usr_id_);
   if (available && usr_id && *desktop_usr_id == usr_id) {
@@ -361,22 +374,26 @@ void RTCEngineImpl::onUserSubStreamAvailable(const char* usr_id, bool available)
 }
 
 void RTCEngineImpl::onConnectionLost() {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onConnectionLost");
   if (RTCEngineEvent* event = event_) event->OnConnectionLost();
 }
 
 void RTCEngineImpl::onTryToReconnect() {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onTryToReconnect");
   if (RTCEngineEvent* event = event_) event->OnTryToReconnect();
 }
 
 void RTCEngineImpl::onConnectionRecovery() {
+  const CloudRef in_flight(this);
   RTC_LOG(L"onConnectionRecovery");
   if (RTCEngineEvent* event = event_) event->OnConnectionRecovery();
 }
 
 void RTCEngineImpl::onNetworkQuality(TRTCQualityInfo local, TRTCQualityInfo* /*remotes*/,
                                      uint32_t /*count*/) {
+  const CloudRef in_flight(this);
   switch (local.quality) {
     case 1:
     case 2:
@@ -398,6 +415,7 @@ void RTCEngineImpl::onNetworkQuality(TRTCQualityInfo local, TRTCQualityInfo* /*r
 }
 
 void RTCEngineImpl::onUserVoiceVolume(TRTCVolumeInfo* volumes, uint32_t count, uint32_t /*total*/) {
+  const CloudRef in_flight(this);
   RTCEngineEvent* event = event_;
   if (!event || count == 0 || !volumes) return;
   std::vector<VolumeRecord> records(count);
@@ -417,6 +435,7 @@ void RTCEngineImpl::onUserVoiceVolume(TRTCVolumeInfo* volumes, uint32_t count, u
 }
 
 void RTCEngineImpl::onStatistics(const TRTCStatistics& stats) {
+  const CloudRef in_flight(this);
   RTCEngineEvent* event = event_;
   if (!event) return;
   const int64_t now = TimeMilliseconds();

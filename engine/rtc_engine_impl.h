@@ -132,6 +132,27 @@ class RTCEngineImpl : public RTCEngine,
   // Reaches the task thread's id and end for unit tests.
   friend class RTCEngineImplTestPeer;
 
+  // The SDK object for one use, read once. Every SDK callback holds one for
+  // its whole run, and every other use of the object goes through one: the
+  // destructor clears the pointer, waits for the uses under way, and only
+  // then destroys the object, so no thread calls it after that has begun.
+  class CloudRef {
+   public:
+    explicit CloudRef(RTCEngineImpl* engine) : users_(engine->cloud_users_) {
+      users_.Enter();
+      cloud_ = engine->trtc_cloud_.load();
+    }
+    ~CloudRef() { users_.Leave(); }
+    CloudRef(const CloudRef&) = delete;
+    CloudRef& operator=(const CloudRef&) = delete;
+    explicit operator bool() const { return cloud_ != nullptr; }
+    ITRTCCloud* operator->() const { return cloud_; }
+
+   private:
+    engine::UseCount& users_;
+    ITRTCCloud* cloud_ = nullptr;
+  };
+
   // Immutable text, replaced as a whole: SDK and task threads read it while
   // a host thread may store a new value.
   using SharedText = std::shared_ptr<const std::string>;
@@ -182,9 +203,9 @@ class RTCEngineImpl : public RTCEngine,
   SharedText usr_sign_;
   base::Lock lock_;
   SharedText remote_desktop_usr_id_;
-  // Set on the task thread, read by SDK threads (render and audio callbacks)
-  // and cleared at the end: each reader loads it once.
-  engine::AtomicPointer<ITRTCCloud> trtc_cloud_;
+  // Set on the task thread and cleared by the destructor; read only through
+  // CloudRef.
+  std::atomic<ITRTCCloud*> trtc_cloud_{nullptr};
   std::atomic<bool> is_in_room_{false};
   std::atomic<bool> is_capture_desktop_{false};
   DesktopDataSource* data_source_ = nullptr;
@@ -207,6 +228,10 @@ class RTCEngineImpl : public RTCEngine,
   // ends; SDK threads post through it.
   std::atomic<DWORD> task_thread_id_{0};
   std::atomic<int> posts_in_progress_{0};
+  // Uses of trtc_cloud_ under way (CloudRef).
+  engine::UseCount cloud_users_;
+  // Whether the library's own microphone test has a capture running.
+  std::atomic<bool> audio_test_running_{false};
   base::ScopedHandle ready_event_;
 
   // The chosen device names. A leaf lock: held only to copy a name in or out,

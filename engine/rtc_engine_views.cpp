@@ -19,7 +19,7 @@ std::atomic<int32_t> g_played_audio_frames{0};
 }  // namespace
 
 void RTCEngineImpl::StartRemoteCameraView(const char* usr_id, HWND view) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!usr_id) {
     RTC_LOG(L"StartRemoteCameraView:usr_id is null.failed!");
     return;
@@ -29,7 +29,7 @@ void RTCEngineImpl::StartRemoteCameraView(const char* usr_id, HWND view) {
 }
 
 void RTCEngineImpl::StopRemoteCameraView(const char* usr_id) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!usr_id) {
     RTC_LOG(L"StopRemoteCameraView:usr_id is null.failed!");
     return;
@@ -41,13 +41,13 @@ void RTCEngineImpl::StopRemoteCameraView(const char* usr_id) {
 void RTCEngineImpl::StartAllRemoteVidw() { RTC_LOG(L"StartAllRemoteVidw"); }
 
 void RTCEngineImpl::StopAllRemoteView() {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"StopAllRemoteView");
   if (cloud) cloud->stopAllRemoteView();
 }
 
 void RTCEngineImpl::StartRemoteDesktopView(const char* usr_id, HWND view) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!usr_id) {
     RTC_LOG(L"StartRemoteDesktopView:usr_id is null.failed!");
     return;
@@ -58,7 +58,7 @@ void RTCEngineImpl::StartRemoteDesktopView(const char* usr_id, HWND view) {
 }
 
 void RTCEngineImpl::StopRemoteDesktopView(const char* usr_id) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!usr_id) {
     RTC_LOG(L"StopRemoteDesktopView:usr_id is null.failed!");
     return;
@@ -68,7 +68,7 @@ void RTCEngineImpl::StopRemoteDesktopView(const char* usr_id) {
 }
 
 void RTCEngineImpl::MuteRemoteAudio(const char* usr_id, bool mute) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!usr_id) {
     RTC_LOG(L"MuteRemoteAudio:UserID is Null, bMute=%d.Failed!", mute ? 1 : 0);
     return;
@@ -78,13 +78,13 @@ void RTCEngineImpl::MuteRemoteAudio(const char* usr_id, bool mute) {
 }
 
 void RTCEngineImpl::MuteAllRemoteAudio(bool enable) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"MuteAllRemoteAudio:enable=%d", enable ? 1 : 0);
   if (cloud) cloud->muteAllRemoteAudio(enable);
 }
 
 void RTCEngineImpl::SetRemoteStreamType(const char* usr_id, int32_t type) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   if (!cloud) return;
   if (!usr_id) {
     cloud->setPriorRemoteVideoStreamType(type);
@@ -94,7 +94,7 @@ void RTCEngineImpl::SetRemoteStreamType(const char* usr_id, int32_t type) {
 }
 
 void RTCEngineImpl::onRenderVideoFrame(const char* usr_id, int32_t stream_type, TRTCVideoFrame* frame) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTCEngineEvent* event = event_;
   if (!event || !frame) return;
   const int32_t video_type = VideoTypeOf(stream_type);
@@ -142,6 +142,7 @@ void RTCEngineImpl::onRenderVideoFrame(const char* usr_id, int32_t stream_type, 
 }
 
 void RTCEngineImpl::onCapturedAudioFrame(TRTCAudioFrame* frame) {
+  const CloudRef in_flight(this);
   if (!frame) return;
   if ((g_captured_audio_frames.fetch_add(1) + 1) % 100 == 0) {
     RTC_LOG(L"onCapturedAudioFrame: length=%u", frame->length);
@@ -149,6 +150,7 @@ void RTCEngineImpl::onCapturedAudioFrame(TRTCAudioFrame* frame) {
 }
 
 void RTCEngineImpl::onPlayAudioFrame(TRTCAudioFrame* frame, const char* usr_id) {
+  const CloudRef in_flight(this);
   if (!frame || !usr_id) return;
   if ((g_played_audio_frames.fetch_add(1) + 1) % 100 == 0) {
     RTC_LOG(L"onPlayAudioFrame:ThreadId=%d, usr_id:%s, length=%u", static_cast<int>(GetCurrentThreadId()),
@@ -159,7 +161,7 @@ void RTCEngineImpl::onPlayAudioFrame(TRTCAudioFrame* frame, const char* usr_id) 
 // Desktop stream.
 
 void RTCEngineImpl::EnableCaptureDesktopVideo(bool enable) {
-  ITRTCCloud* const cloud = trtc_cloud_;
+  const CloudRef cloud(this);
   RTC_LOG(L"EnableCaptureDesktopVideo:%d", enable ? 1 : 0);
   is_capture_desktop_ = enable;
   if (!data_source_) return;

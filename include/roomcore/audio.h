@@ -16,14 +16,17 @@ ROOMCORE_API void MixAudio(float* dst, float* src, unsigned int count, bool down
 ROOMCORE_API void MultiplyAudio(float* samples, int count, float gain);
 
 // What a recording delivers. Implemented by the host; every operation runs on
-// the capture's own thread and must neither stop nor release the capture.
+// the capture's own thread. A handler may stop, restart or release the
+// capture that calls it: those calls then return at once, and the thread
+// ends (and, after a release, destroys the capture) when the handler returns.
 class AudioCaptureEvent {
  public:
   // Never called by the library.
   virtual void OnNotify(int /*value*/) {}
-  // One packet of the audio system, converted to the output format: `size`
-  // bytes of packed PCM (16-bit signed or 32-bit float), valid during the
-  // call only. `timestamp` is the time of the block's first sample, in
+  // One packet of the audio system, converted to the output format: packed
+  // PCM (16-bit signed or 32-bit float), channels interleaved, valid during
+  // the call only. `size` is the samples of one channel times
+  // bits_per_sample / 8: the block holds `size * channels` bytes. `timestamp` is the time of the block's first sample, in
   // microseconds of TimeMicroseconds().
   virtual void OnAudioData(void* /*user_data*/, const void* /*data*/, int /*size*/, int /*bits_per_sample*/,
                            int /*sample_rate*/, int /*channels*/, int64_t /*timestamp*/) {}

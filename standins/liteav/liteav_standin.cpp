@@ -607,19 +607,16 @@ ITRTCCloud* getTRTCShareInstance() {
 void destroyTRTCShareInstance() {
   Record("destroyTRTCShareInstance");
   State& s = S();
-  ITRTCCloud* cloud;
-  {
-    std::lock_guard<std::mutex> guard(s.lock);
-    cloud = s.cloud;
-    s.cloud = nullptr;
-    s.callbacks.clear();
-    s.local_render = nullptr;
-    s.remote_render.clear();
-    s.audio_frame = nullptr;
-    s.log = nullptr;
-    s.source = nullptr;
-  }
-  delete static_cast<Cloud*>(cloud);
+  std::lock_guard<std::mutex> guard(s.lock);
+  // The object itself is never freed: a call that comes after this one is
+  // recorded, for tests to find, rather than landing in freed memory.
+  s.cloud = nullptr;
+  s.callbacks.clear();
+  s.local_render = nullptr;
+  s.remote_render.clear();
+  s.audio_frame = nullptr;
+  s.log = nullptr;
+  s.source = nullptr;
 }
 
 void LiteavReset() {

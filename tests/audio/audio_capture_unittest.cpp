@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <functional>
+#include <thread>
 
 #include "audio/audio_capture_impl.h"
 #include "audio/capture_recorder.h"
@@ -150,7 +152,7 @@ TEST_F(AudioCaptureTest, ThirtyTwoBitOutputGivesFloats) {
   EXPECT_NEAR(peak, 0.7071f, 0.03f);
 }
 
-TEST_F(AudioCaptureTest, MultiChannelBlocksCountEveryChannelInSize) {
+TEST_F(AudioCaptureTest, BlockSizeCountsTheSamplesOfOneChannel) {
   // Same rate and layout: the resampler passes frames through one for one.
   capture_->SetOutputFormat(48000, 2, 16);
   StartRunning(true, L"mic1");
@@ -158,7 +160,7 @@ TEST_F(AudioCaptureTest, MultiChannelBlocksCountEveryChannelInSize) {
   ASSERT_TRUE(recorder_.WaitForBlocks(1));
   Block b = recorder_.blocks()[0];
   EXPECT_EQ(b.channels, 2);
-  EXPECT_EQ(b.size, 480 * 2 * 2);
+  EXPECT_EQ(b.size, 480 * 2);
 }
 
 TEST_F(AudioCaptureTest, AnUnusualSampleSizeConvertsTo16BitAndReportsWhatWasAsked) {
@@ -168,7 +170,7 @@ TEST_F(AudioCaptureTest, AnUnusualSampleSizeConvertsTo16BitAndReportsWhatWasAske
   ASSERT_TRUE(recorder_.WaitForBlocks(1));
   Block b = recorder_.blocks()[0];
   EXPECT_EQ(b.bits_per_sample, 24);
-  EXPECT_EQ(b.size, 480 * 2);  // 16-bit samples, all of them
+  EXPECT_EQ(b.size, 480 * 3);  // converted * (bits_per_sample / 8)
 }
 
 std::atomic<DWORD> g_fake_tick{0};
@@ -428,6 +430,142 @@ TEST_F(AudioCaptureTest, ReleaseWhileRunningStopsAndDropsEveryReference) {
   EXPECT_EQ(recorder_.stopped(), 1);
   EXPECT_EQ(system_.live_objects(), 0);
   AudioCapture::Release(nullptr);
+}
+
+// Runs `action` from inside its first block, on the capture thread.
+class ActingRecorder : public CaptureRecorder {
+ public:
+  ActingRecorder() : acted_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+  ~ActingRecorder() override { CloseHandle(acted_); }
+  void OnAudioData(void* user_data, const void* data, int size, int bits_per_sample, int sample_rate,
+                   int channels, int64_t timestamp) override {
+    CaptureRecorder::OnAudioData(user_data, data, size, bits_per_sample, sample_rate, channels, timestamp);
+    if (!action) return;
+    std::function<void()> act = std::move(action);
+    action = nullptr;
+    act();
+    SetEvent(acted_);
+  }
+  bool WaitActed() { return WaitForSingleObject(acted_, 5000) == WAIT_OBJECT_0; }
+  std::function<void()> action;  // set before the start
+
+ private:
+  HANDLE acted_;
+};
+
+TEST_F(AudioCaptureTest, ItsOwnEventMayStopRestartOrReleaseIt) {
+  enum class Action { kStop, kStartOther, kRelease };
+  for (Action action : {Action::kStop, Action::kStartOther, Action::kRelease}) {
+    SCOPED_TRACE(static_cast<int>(action));
+    system_.ClearCalls();
+    ActingRecorder recorder;
+    AudioCaptureImpl* capture = new AudioCaptureImpl();
+    capture->SetCaptureEvent(&recorder, nullptr);
+    recorder.action = [&] {
+      bool result = true;
+      if (action == Action::kStop) result = capture->Stop();
+      if (action == Action::kStartOther) result = capture->StartDevice(true, L"mic2");
+      if (action == Action::kRelease) AudioCapture::Release(capture);
+      EXPECT_TRUE(result);
+    };
+    ASSERT_TRUE(capture->StartDevice(true, L"mic1"));
+    ASSERT_TRUE(system_.WaitFor(kOpenInput));
+    system_.QueuePacket(fake_audio::Sine(480, 2, 1000, 48000, 0.5));
+    ASSERT_TRUE(recorder.WaitActed()) << "the call waited for the thread that made it";
+    if (action == Action::kRelease) {
+      // Destroyed at the thread's end, with nothing more told to the host.
+      EXPECT_TRUE(testing_support::WaitUntil([&] { return system_.live_objects() == 0; }));
+      EXPECT_EQ(recorder.stopped(), 0);
+      continue;
+    }
+    ASSERT_TRUE(recorder.WaitForStopped(1));
+    if (action == Action::kStartOther) {
+      // The same thread starts over on the other endpoint.
+      ASSERT_TRUE(system_.WaitFor(kOpenInput, 2));
+      EXPECT_EQ(system_.Count(L"GetDevice(mic2)"), 1);
+      EXPECT_EQ(capture->device_id(), L"mic2");
+      EXPECT_TRUE(capture->IsRunning());
+    } else {
+      EXPECT_FALSE(capture->IsRunning());
+    }
+    AudioCapture::Release(capture);
+    EXPECT_EQ(recorder.stopped(), action == Action::kStartOther ? 2 : 1);
+    EXPECT_EQ(recorder.blocks().size(), 1u);
+  }
+}
+
+TEST_F(AudioCaptureTest, MixFormatsTheResamplerCantReadFailTheOpen) {
+  struct Case {
+    const char* name;
+    DWORD rate;
+    WORD channels, bits;
+    bool is_float, extensible;
+    int out_channels;
+  };
+  const Case cases[] = {
+      {"16-bit PCM", 48000, 2, 16, false, false, 1},
+      {"extensible 16-bit PCM", 48000, 2, 16, false, true, 1},
+      {"extensible 32-bit integers", 48000, 2, 32, false, true, 1},
+      {"plain 64-bit float", 48000, 2, 64, true, false, 1},
+      {"nine channels", 48000, 9, 32, true, true, 1},
+      {"rate 0", 0, 2, 32, true, false, 1},
+      {"no output channel", 48000, 2, 32, true, true, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Endpoint odd{L"odd", L"Odd", true};
+    odd.rate = c.rate;
+    odd.channels = c.channels;
+    odd.bits = c.bits;
+    odd.is_float = c.is_float;
+    odd.extensible = c.extensible;
+    system_.AddEndpoint(odd);
+    system_.ClearCalls();
+    capture_->SetOutputFormat(44100, c.out_channels, 16);
+    ASSERT_TRUE(capture_->StartDevice(true, L"odd"));
+    ASSERT_TRUE(system_.WaitFor(L"GetDevice(odd)", 2));  // a failed open, retried
+    EXPECT_EQ(system_.Count(kOpenInput), 0);
+    EXPECT_FALSE(capture_->IsActive());
+    EXPECT_TRUE(capture_->IsRunning());
+    capture_->Stop();
+    EXPECT_EQ(recorder_.stopped(), 0);
+  }
+}
+
+TEST_F(AudioCaptureTest, ByNameOnAThreadWithoutComLeavesItWithout) {
+  HRESULT before = S_OK, after = S_OK;
+  bool started = false;
+  std::thread([&] {
+    APTTYPE type;
+    APTTYPEQUALIFIER qualifier;
+    before = CoGetApartmentType(&type, &qualifier);
+    started = capture_->StartDeviceByName(true, L"Headset");
+    after = CoGetApartmentType(&type, &qualifier);
+  }).join();
+  EXPECT_EQ(before, CO_E_NOTINITIALIZED) << "no apartment in the process may stand in for the call's own";
+  EXPECT_TRUE(started);
+  EXPECT_TRUE(system_.WaitFor(L"GetDevice(mic2)"));
+  EXPECT_EQ(after, CO_E_NOTINITIALIZED);
+}
+
+TEST_F(AudioCaptureTest, AStartDuringTheDefaultsLookupKeepsItsEndpoint) {
+  HANDLE in_lookup = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  system_.on_get_default = [&] {
+    SetEvent(in_lookup);
+    WaitForSingleObject(go, 5000);
+  };
+  ASSERT_TRUE(capture_->StartDevice(true, L""));
+  ASSERT_EQ(WaitForSingleObject(in_lookup, 5000), WAIT_OBJECT_0);
+  ASSERT_TRUE(capture_->StartDevice(true, L"mic2"));
+  SetEvent(go);
+  ASSERT_TRUE(system_.WaitFor(kOpenInput));
+  EXPECT_EQ(capture_->device_id(), L"mic2");
+  EXPECT_EQ(system_.Count(L"GetDevice(mic1)"), 0);
+  capture_->Stop();
+  system_.on_get_default = nullptr;
+  CloseHandle(in_lookup);
+  CloseHandle(go);
 }
 
 // The one test that waits the real pause between tries: a loopback device is

@@ -112,6 +112,8 @@ class Listened : public AudioDeviceListenerEvent {
 
 TEST(AudioDeviceListenerTest, PassesOnStateChangesOnlyAndHasNoReferenceCount) {
   FakeAudioSystem system;
+  // The listener keeps its enumerator: COM is the creating thread's own.
+  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   IAudioDeviceListener* listener = IAudioDeviceListener::Create();
   IMMNotificationClient* client = system.notification_client();
   ASSERT_NE(client, nullptr);
@@ -152,6 +154,7 @@ TEST(AudioDeviceListenerTest, PassesOnStateChangesOnlyAndHasNoReferenceCount) {
   EXPECT_EQ(system.notification_client(), nullptr);
   EXPECT_EQ(system.live_objects(), 0);
   IAudioDeviceListener::Release(nullptr);
+  CoUninitialize();
 }
 
 TEST(AudioDeviceListenerTest, WithoutAnEnumeratorItStillExistsAndHearsNothing) {

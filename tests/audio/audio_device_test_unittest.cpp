@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <climits>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -131,6 +132,81 @@ TEST(AudioDeviceTestCapture, StartsAndStopsFromTwoThreadsAtOnce) {
   // Every stream that opened ended once, and nothing is left open.
   EXPECT_EQ(system.Count(L"client1 Start"), system.Count(L"client1 Stop"));
   EXPECT_EQ(system.live_objects(), 0);
+}
+
+// A level handler that acts once, on the capture thread, as a host's
+// OnMicTestVolume that stops or restarts the microphone test does.
+class ActingLevels : public Levels {
+ public:
+  void OnAudioLevel(int level) override {
+    Levels::OnAudioLevel(level);
+    if (action && action(level)) {
+      action = nullptr;
+      SetEvent(acted);
+    }
+  }
+  std::function<bool(int level)> action;  // true once it has acted
+  HANDLE acted = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+};
+
+TEST(AudioDeviceTestCapture, ItsLevelHandlerMayStopRestartOrEndTheTest) {
+  enum class Action { kStop, kRestart, kDestroy };
+  for (Action action : {Action::kStop, Action::kRestart, Action::kDestroy}) {
+    SCOPED_TRACE(static_cast<int>(action));
+    FakeAudioSystem system;
+    system.AddEndpoint({L"mic1", L"Microphone", true});
+    system.SetDefault(true, L"mic1");
+    ActingLevels levels;
+    AudioDeviceTest* test = new AudioDeviceTest(&levels);
+    levels.action = [&](int) {
+      if (action == Action::kStop) test->Stop();
+      if (action == Action::kRestart) test->Start(L"Microphone");
+      if (action == Action::kDestroy) {
+        delete test;
+        test = nullptr;
+      }
+      return true;
+    };
+    test->Start(L"Microphone");
+    ASSERT_TRUE(system.WaitFor(L"client1 Start"));
+    system.QueuePacket(std::vector<float>(960, 1.0f));
+    ASSERT_EQ(WaitForSingleObject(levels.acted, 5000), WAIT_OBJECT_0) << "the handler's call hung";
+    if (action == Action::kStop) {
+      ASSERT_TRUE(testing_support::WaitUntil([&] { return levels.size() == 2; }));
+      EXPECT_EQ(levels.levels()[1], 0);
+    }
+    if (action == Action::kRestart) {
+      // A fresh capture, whose first block is reported at once.
+      ASSERT_TRUE(system.WaitFor(L"client1 Start", 2));
+      system.QueuePacket(std::vector<float>(960, 1.0f));
+      ASSERT_TRUE(testing_support::WaitUntil([&] { return levels.size() == 2; }));
+      EXPECT_NE(levels.levels()[1], 0);
+    }
+    delete test;
+    EXPECT_TRUE(testing_support::WaitUntil([&] { return system.live_objects() == 0; }));
+    CloseHandle(levels.acted);
+  }
+}
+
+// The host stops the test while the capture's stop reaches the host's
+// handler, which stops the test too: neither may wait for the other.
+TEST(AudioDeviceTestCapture, AStopMeetsAStopFromTheHandler) {
+  FakeAudioSystem system;
+  system.AddEndpoint({L"mic1", L"Microphone", true});
+  system.SetDefault(true, L"mic1");
+  ActingLevels levels;
+  AudioDeviceTest test(&levels);
+  levels.action = [&](int level) {
+    if (level != 0) return false;
+    test.Stop();
+    return true;
+  };
+  test.Start(L"Microphone");
+  ASSERT_TRUE(system.WaitFor(L"client1 Start"));
+  EXPECT_TRUE(test.Stop());
+  EXPECT_EQ(WaitForSingleObject(levels.acted, 0), WAIT_OBJECT_0);
+  EXPECT_EQ(levels.levels(), std::vector<int>{0});
+  CloseHandle(levels.acted);
 }
 
 }  // namespace

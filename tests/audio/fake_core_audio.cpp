@@ -164,13 +164,16 @@ class FakeAudioClient : public Counted<IAudioClient> {
     WAVEFORMATEXTENSIBLE* mix =
         static_cast<WAVEFORMATEXTENSIBLE*>(CoTaskMemAlloc(sizeof(WAVEFORMATEXTENSIBLE)));
     memset(mix, 0, sizeof(*mix));
-    mix->Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
+    mix->Format.wFormatTag = endpoint_.extensible ? WAVE_FORMAT_EXTENSIBLE
+                             : endpoint_.is_float ? WAVE_FORMAT_IEEE_FLOAT
+                                                  : WAVE_FORMAT_PCM;
     mix->Format.nChannels = endpoint_.channels;
     mix->Format.nSamplesPerSec = endpoint_.rate;
-    mix->Format.wBitsPerSample = 32;
-    mix->Format.nBlockAlign = static_cast<WORD>(4 * endpoint_.channels);
+    mix->Format.wBitsPerSample = endpoint_.bits;
+    mix->Format.nBlockAlign = static_cast<WORD>(endpoint_.bits / 8 * endpoint_.channels);
     mix->Format.nAvgBytesPerSec = mix->Format.nBlockAlign * endpoint_.rate;
-    mix->Format.cbSize = 22;
+    mix->Format.cbSize = endpoint_.extensible ? 22 : 0;
+    mix->SubFormat = {endpoint_.is_float ? 3u : 1u, 0, 0x10, {0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71}};
     *format = &mix->Format;
     return S_OK;
   }
@@ -292,6 +295,7 @@ class FakeEnumerator : public Counted<IMMDeviceEnumerator> {
   HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override {
     *device = nullptr;
     g_system->Log(L"GetDefaultAudioEndpoint(" + std::to_wstring(flow) + L"," + std::to_wstring(role) + L")");
+    if (g_system->on_get_default) g_system->on_get_default();
     if (HRESULT hr = g_system->Check(Step::kGetDefault)) return Fail(hr);
     std::wstring id = g_system->default_id(flow == eCapture);
     if (id.empty()) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
@@ -323,6 +327,10 @@ class FakeEnumerator : public Counted<IMMDeviceEnumerator> {
 
 HRESULT CreateFakeEnumerator(IMMDeviceEnumerator** enumerator) {
   g_system->Log(L"CreateEnumerator");
+  // As CoCreateInstance: nothing on a thread without COM.
+  APTTYPE type;
+  APTTYPEQUALIFIER qualifier;
+  if (FAILED(CoGetApartmentType(&type, &qualifier))) return CO_E_NOTINITIALIZED;
   if (HRESULT hr = g_system->Check(Step::kCreateEnumerator)) return Fail(hr);
   *enumerator = new FakeEnumerator();
   return S_OK;

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -50,6 +51,9 @@ struct Endpoint {
   bool has_name = true;
   DWORD rate = 48000;
   WORD channels = 2;
+  WORD bits = 32;
+  bool is_float = true;
+  bool extensible = true;
 };
 
 class FakeAudioSystem {
@@ -75,6 +79,8 @@ class FakeAudioSystem {
   // From now on GetNextPacketSize fails with AUDCLNT_E_DEVICE_INVALIDATED;
   // false restores it.
   void SetInvalidated(bool invalidated);
+  // Runs inside GetDefaultAudioEndpoint, on the caller's thread.
+  std::function<void()> on_get_default;
   // Notifications to the registered client.
   IMMNotificationClient* notification_client();
 

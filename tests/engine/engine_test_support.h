@@ -1,14 +1,18 @@
-// A host's view of the engine for tests: an RTCEngineEvent that records what
-// arrives (and on which thread), and a fixture that runs one engine against
-// the liteav.dll stand-in.
+// The engine as a host sees it, against the liteav.dll stand-in: an event
+// interface that records what arrives, and the folder's fixture, which runs
+// scripts of host calls and SDK callbacks.
 #pragma once
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
+#include <objbase.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <functional>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,195 +24,337 @@
 
 namespace engine_test {
 
-struct Event {
-  std::string text;  // "OnUserEnter(bob)"
-  DWORD thread_id;
-};
+using Strings = std::vector<std::string>;
+using Lines = std::vector<std::wstring>;
 
-inline std::string Text(const char* text) { return text ? text : "(null)"; }
+inline std::string Text(const char* text) { return text ? text : "null"; }
 inline std::string Text(int64_t value) { return std::to_string(value); }
-// "Name(a,b,...)"
 template <typename... Args>
 std::string Call(const char* name, Args... args) {
-  std::string text = name;
-  const char* separator = "(";
-  for (const std::string& arg : {Text(args)...}) {
-    text += separator + arg;
-    separator = ",";
+  std::string text;
+  ((text += "," + Text(args)), ...);
+  return std::string(name) + "(" + (text.empty() ? text : text.substr(1)) + ")";
+}
+// The parts between separators, empty ones too, none for ""; "c*n" stands
+// for n times c.
+inline Strings Split(const std::string& text, char separator) {
+  Strings parts(text.empty() ? 0 : 1);
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == separator) {
+      parts.emplace_back();
+    } else if (i + 2 < text.size() && text[i + 1] == '*' && isdigit(text[i + 2])) {
+      size_t digits = 0;
+      parts.back().append(std::stoi(text.substr(i + 2), &digits), text[i]);
+      i += 1 + digits;
+    } else {
+      parts.back() += text[i];
+    }
   }
-  return text + ")";
+  return parts;
 }
 
+// The texts of what arrives, "@T" added to those that come on `task_thread`.
 class RecordingEvents : public RTCEngineEvent {
  public:
-  void OnError(int32_t code, const char* message) override { Add(Call("OnError", code, message)); }
-  void OnEnterRoom(int32_t result, const char* message) override {
-    Add(Call("OnEnterRoom", result, message));
-  }
-  void OnExitRoom(int32_t result, const char* message) override { Add(Call("OnExitRoom", result, message)); }
-  void OnUserEnter(const char* usr_id) override { Add(Call("OnUserEnter", usr_id)); }
-  void OnUserExit(const char* usr_id, int32_t reason) override { Add(Call("OnUserExit", usr_id, reason)); }
-  void OnTryToReconnect() override { Add("OnTryToReconnect()"); }
-  void OnConnectionLost() override { Add("OnConnectionLost()"); }
-  void OnConnectionRecovery() override { Add("OnConnectionRecovery()"); }
-  void OnLocalVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
-                         int32_t video_type) override {
-    Add(Call("OnLocalVideoFrame", usr_id, data ? "data" : nullptr, size, width, height, video_type));
-  }
-  void OnRemoteVideoFrame(const char* usr_id, const void* data, int32_t size, int32_t width, int32_t height,
-                          int32_t video_type) override {
-    Add(Call("OnRemoteVideoFrame", usr_id, data ? "data" : nullptr, size, width, height, video_type));
-  }
-  void OnDeviceChanged(int32_t kind) override {
-    if (on_device_changed) on_device_changed(kind);
-    Add(Call("OnDeviceChanged", kind));
-  }
-  void OnUserVideoAvailable(const char* usr_id, bool on) override {
-    Add(Call("OnUserVideoAvailable", usr_id, on));
-  }
-  void OnUserSubStreamAvailable(const char* usr_id, bool on) override {
-    Add(Call("OnUserSubStreamAvailable", usr_id, on));
-  }
-  void OnUserAudioAvailable(const char* usr_id, bool on) override {
-    Add(Call("OnUserAudioAvailable", usr_id, on));
-  }
+#define EVENT(name, params, ...) \
+  void name params override { Add(Call(#name, ##__VA_ARGS__)); }
+  EVENT(OnError, (int32_t code, const char* text), code, text)
+  EVENT(OnEnterRoom, (int32_t result, const char* text), result, text)
+  EVENT(OnExitRoom, (int32_t result, const char* text), result, text)
+  EVENT(OnUserEnter, (const char* id), id)
+  EVENT(OnUserExit, (const char* id, int32_t reason), id, reason)
+  EVENT(OnTryToReconnect, ())
+  EVENT(OnConnectionLost, ())
+  EVENT(OnConnectionRecovery, ())
+  EVENT(OnLocalVideoFrame,
+        (const char* id, const void* data, int32_t size, int32_t w, int32_t h, int32_t type), id,
+        data ? "data" : nullptr, size, w, h, type)
+  EVENT(OnRemoteVideoFrame,
+        (const char* id, const void* data, int32_t size, int32_t w, int32_t h, int32_t type), id,
+        data ? "data" : nullptr, size, w, h, type)
+  EVENT(OnDeviceChanged, (int32_t kind), kind)
+  EVENT(OnUserVideoAvailable, (const char* id, bool on), id, on)
+  EVENT(OnUserSubStreamAvailable, (const char* id, bool on), id, on)
+  EVENT(OnUserAudioAvailable, (const char* id, bool on), id, on)
+  EVENT(OnMicTestVolume, (int32_t volume), volume)
+  EVENT(OnNetworkQuality, (const int32_t* status), *status)
+#undef EVENT
   void OnUserVoiceVolume(const VolumeRecord* volumes, uint32_t count) override {
-    std::string text = "OnUserVoiceVolume(";
-    for (uint32_t i = 0; i < count; ++i) {
-      text += (i ? "," : "") + std::string(volumes[i].usr_id) + ":" + std::to_string(volumes[i].volume);
-    }
-    Add(text + ")");
+    std::string text;
+    for (uint32_t i = 0; i < count; ++i)
+      text += "," + Text(volumes[i].usr_id) + ":" + Text(volumes[i].volume);
+    Add("OnUserVoiceVolume(" + text.substr(1) + ")");
   }
-  void OnMicTestVolume(int32_t volume) override { Add(Call("OnMicTestVolume", volume)); }
   void OnStatistics(const EngineStatistics* s) override {
-    std::string text = "OnStatistics(rtt=" + Text(s->rtt) + ",quality=" + Text(s->quality) +
-                       ",send=" + Text(s->send_rate) + ",recv=" + Text(s->recv_rate) +
-                       ",loss=" + Text(s->up_loss) + "/" + Text(s->down_loss) + ",cpu=" + Text(s->app_cpu) +
-                       "/" + Text(s->system_cpu) + ",tenth=" + Text(s->reserved) + ",remotes=";
-    if (!s->remotes) text += "null";
-    for (int i = 0; s->remotes && i < remote_count_hint; ++i) {
-      text += (i ? ";" : "") + std::string(s->remotes[i].usr_id) + ":" + Text(s->remotes[i].final_loss) +
-              ":" + Text(s->remotes[i].video_type);
-    }
-    Add(text + ")");
+    std::string remotes = s->remotes ? "" : ",null";
+    for (int i = 0; s->remotes && i < remote_count; ++i)
+      remotes += "," + Call(s->remotes[i].usr_id, s->remotes[i].final_loss, s->remotes[i].video_type);
+    Add(Call("OnStatistics", s->rtt, s->quality, s->send_rate, s->recv_rate, s->up_loss, s->down_loss,
+             s->app_cpu, s->system_cpu, s->reserved) +
+        remotes);
   }
-  void OnNetworkQuality(const int32_t* status) override { Add(Call("OnNetworkQuality", *status)); }
 
-  std::vector<Event> Events() {
+  // A result of the host's own calls, in line with the events.
+  void Note(const std::string& text) { Add("=" + text); }
+  Strings Texts() {
     std::lock_guard<std::mutex> guard(mutex_);
-    return events_;
+    return texts_;
   }
-  std::vector<std::string> Texts(const std::string& prefix = "") {
-    std::vector<std::string> out;
-    for (const Event& e : Events()) {
-      if (e.text.compare(0, prefix.size(), prefix) == 0) out.push_back(e.text);
-    }
-    return out;
+  int Count(const std::string& text) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return static_cast<int>(std::count(texts_.begin(), texts_.end(), text));
   }
   bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
     std::unique_lock<std::mutex> guard(mutex_);
-    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] {
-      int n = 0;
-      for (const Event& e : events_) n += e.text == text ? 1 : 0;
-      return n >= times;
-    });
-  }
-  // The thread of the first event equal to `text`, 0 if none.
-  DWORD ThreadOf(const std::string& text) {
-    for (const Event& e : Events()) {
-      if (e.text == text) return e.thread_id;
-    }
-    return 0;
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms),
+                             [&] { return std::count(texts_.begin(), texts_.end(), text) >= times; });
   }
   void Clear() {
     std::lock_guard<std::mutex> guard(mutex_);
-    events_.clear();
+    texts_.clear();
   }
 
-  // Set before the event can come; runs on the event's thread.
-  std::function<void(int32_t)> on_device_changed;
-  int remote_count_hint = 0;
+  // Runs on the event's thread with its text before it is recorded.
+  std::function<void(const std::string&)> on_event;
+  DWORD task_thread = 0;
+  int remote_count = 0;
 
  private:
-  void Add(const std::string& text) {
+  void Add(std::string text) {
+    if (GetCurrentThreadId() == task_thread) text += "@T";
+    if (on_event) on_event(text);
     {
       std::lock_guard<std::mutex> guard(mutex_);
-      events_.push_back({text, GetCurrentThreadId()});
+      texts_.push_back(text);
     }
     changed_.notify_all();
   }
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Event> events_;
+  Strings texts_;
 };
 
-// One engine per test, initialised with RecordingEvents, against a stand-in
-// with two microphones, two cameras and one speaker.
+// The SDK's calls so far, "@T" added to those made on `task_thread`.
+inline Strings SdkCalls(DWORD task_thread) {
+  Strings calls;
+  for (int i = 0; i < LiteavCallCount(); ++i) {
+    char text[1024];
+    DWORD thread = 0;
+    LiteavGetCall(i, text, sizeof(text), &thread);
+    calls.push_back(text + std::string(thread == task_thread ? "@T" : ""));
+  }
+  return calls;
+}
+
+// The names that a list operation gives joined with "/", or "<false>" with
+// null and 0; the array freed as a host frees it, reserved halves all zero.
+using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
+inline std::string Names(RTCEngine* engine, ListFn list) {
+  DeviceRecord* devices = reinterpret_cast<DeviceRecord*>(1);
+  int32_t count = -1;
+  if (!(engine->*list)(&devices, &count)) return devices || count ? "<junk>" : "<false>";
+  std::string names;
+  for (int32_t i = 0; i < count; ++i) {
+    names += (i ? "/" : "") + std::string(devices[i].name);
+    EXPECT_EQ(std::string(devices[i].reserved, 512), std::string(512, '\0'));
+  }
+  FreeDeviceRecords(devices);
+  return names;
+}
+
+// Renders a frame as the SDK does, on the calling thread, with pts 77.
+inline void Render(const char* id, int32_t stream, int32_t format, int32_t width, int32_t height,
+                   int32_t rotation = 0) {
+  static char pixels[16];
+  TRTCVideoFrame frame = {};
+  frame.video_format = format;
+  frame.data = pixels;
+  frame.length = 1;  // not read
+  frame.width = width;
+  frame.height = height;
+  frame.timestamp = 77;
+  frame.rotation = rotation;
+  (*id ? LiteavRemoteRenderCallback(id) : LiteavLocalRenderCallback())
+      ->onRenderVideoFrame(id, stream, &frame);
+}
+
+// A fresh engine, initialised, over two microphones, two cameras and one
+// speaker. Without `answer` the stand-in doesn't answer room calls.
 class EngineTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ResetStandIn();
-    engine_ = CreaeRTCEngine();
-    ASSERT_NE(engine_, nullptr);
-    engine_->Initialize(nullptr, &events_);
-    ResetStandIn();  // only the calls made from here on
-    log_.Clear();
-  }
-  static void ResetStandIn() {
-    LiteavReset();
-    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
-    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
-    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
-  }
+  void SetUp() override { Start(); }
   void TearDown() override {
     ReleaseRTCEngine();
     LiteavReset();
   }
-
-  // The task thread is the thread that made the SDK object.
-  DWORD TaskThreadId() { return LiteavInstanceThreadId(); }
-
-  // Waits until every post made so far has been served by the task thread:
-  // the task thread hands a WM_TIMER that carries a procedure to
-  // DispatchMessageW, which calls it, in the order of the queue.
-  void DrainTaskThread() {
-    base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    ASSERT_TRUE(PostThreadMessageW(TaskThreadId(), WM_TIMER, reinterpret_cast<WPARAM>(served.get()),
-                                   reinterpret_cast<LPARAM>(&DrainProc)));
-    EXPECT_EQ(WaitForSingleObject(served.get(), 5000), WAIT_OBJECT_0);
+  void Start(bool answer = true) {
+    ReleaseRTCEngine();
+    Forget();
+    engine_ = CreaeRTCEngine();
+    ASSERT_NE(engine_, nullptr);
+    events_.task_thread = task_ = LiteavInstanceThreadId();
+    engine_->Initialize(nullptr, &events_);
+    ASSERT_TRUE(liteav_control::FireCloud([&](ITRTCCloudCallback* sdk) { sdk_ = sdk; }));
+    Forget();
+    LiteavSetAutoAnswer(answer);
   }
-  static void CALLBACK DrainProc(HWND, UINT, UINT_PTR served, DWORD) {
-    SetEvent(reinterpret_cast<HANDLE>(served));
+  // The calls, log lines and events so far; the devices as at the start.
+  void Forget() {
+    LiteavReset();
+    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
+    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
+    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
+    log_.Clear();
+    events_.Clear();
+  }
+  // Waits until the task thread has served every post made so far, and what
+  // those posted in turn: it hands a WM_TIMER with a procedure to
+  // DispatchMessageW, in the queue's order.
+  void Drain() {
+    for (int round = 0; round < 2; ++round) {
+      base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+      ASSERT_TRUE(PostThreadMessageW(task_, WM_TIMER, reinterpret_cast<WPARAM>(served.get()),
+                                     reinterpret_cast<LPARAM>(&Served)));
+      ASSERT_EQ(WaitForSingleObject(served.get(), 5000), WAIT_OBJECT_0);
+    }
+  }
+  static void CALLBACK Served(HWND, UINT, UINT_PTR event, DWORD) {
+    SetEvent(reinterpret_cast<HANDLE>(event));
+  }
+  // The engine's lines, and others after their module's name.
+  Lines Log() {
+    Lines lines;
+    for (const testing_support::LogLine& line : log_.Lines())
+      lines.push_back(line.module == L"RTCEngineImpl" ? line.message : line.module + L":" + line.message);
+    return lines;
   }
 
-  // Fires on the stand-in's callback thread and waits for it.
-  template <typename F>
-  void Fire(F f) {
-    ASSERT_TRUE(liteav_control::FireCloud(f));
+  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of
+  // the engine (results noted as events), SDK callbacks, and the steps below.
+  // "null" is a null text or record, "*" a record without its NUL; "every"
+  // runs each operation.
+  void Run(const std::string& script) {
+    for (const std::string& statement : Split(script, ';')) {
+      const size_t open = statement.find('('), begin = statement.find_first_not_of(' ');
+      const std::string name = statement.substr(begin, open - begin);
+      const std::string args = open == std::string::npos ? "" : statement.substr(open + 1);
+      Step(name,
+           args.size() > 1 ? Split(args.substr(0, args.size() - 1), ',') : Strings(open != args.npos, ""));
+    }
   }
-
-  void EnterRoomAndWait(const char* usr_id = "alice") {
-    ASSERT_TRUE(engine_->EnterRoom("1400000001", "1234", usr_id, "sig"));
-    ASSERT_TRUE(events_.WaitFor("OnEnterRoom(0,success)"));
+  void Step(const std::string& name, Strings a) {
+    RTCEngine* const e = engine_;
+    ITRTCCloudCallback* const sdk = sdk_;
+    DeviceRecord record = {};
+    auto S = [&](size_t i) { return a.at(i) == "null" ? nullptr : a[i].c_str(); };
+    auto I = [&](size_t i) { return std::stoi(a.at(i)); };
+    auto H = [&](size_t i) { return reinterpret_cast<HWND>(static_cast<intptr_t>(I(i))); };
+    auto R = [&](size_t i) -> const DeviceRecord* {
+      if (a.at(i) == "*") memset(&record, 'z', sizeof(record));
+      if (a[i] != "*") strncpy(record.name, a[i].c_str(), sizeof(record.name) - 1);
+      return a[i] == "null" ? nullptr : &record;
+    };
+    auto N = [&](int64_t value) { events_.Note(Text(value)); };
+    auto watch = [&](const char* change, ListFn list) {
+      events_.on_event = [=](const std::string& text) {
+        if (text == change) events_.Note(Names(engine_, list));
+      };
+    };
+    static const char kPicture[6] = {};
+    // One table of every name that scripts use.
+    // clang-format off
+    const std::map<std::string, std::function<void()>> steps = {
+      {"Initialize", [&] { e->Initialize(nullptr, &events_), sdk_ = LiteavCloudCallback(); }},
+      {"UnInitialize", [&] { e->UnInitialize(); }}, {"IsInRoom", [&] { N(e->IsInRoom()); }},
+      {"EnterRoom", [&] { N(e->EnterRoom(S(0), S(1), S(2), S(3))); }},
+      {"ReEnterRoom", [&] { N(e->ReEnterRoom()); }}, {"ExitRoom", [&] { N(e->ExitRoom()); }},
+      {"GetMicDevices", [&] { events_.Note(Names(e, &RTCEngine::GetMicDevices)); }},
+      {"GetSpeakerDevices", [&] { events_.Note(Names(e, &RTCEngine::GetSpeakerDevices)); }},
+      {"GetCameraDevices", [&] { events_.Note(Names(e, &RTCEngine::GetCameraDevices)); }},
+      {"SetCameraDevice", [&] { e->SetCameraDevice(R(0)); }}, {"OpenCamera", [&] { e->OpenCamera(H(0)); }},
+      {"CloseCamera", [&] { e->CloseCamera(); }}, {"OpenMicDevice", [&] { e->OpenMicDevice(R(0)); }},
+      {"EnableCaptureDesktopVideo", [&] { e->EnableCaptureDesktopVideo(I(0)); }},
+      {"PushDesktopFrame", [&] { N(e->PushDesktopFrame(kPicture, 6, 2, 2, I(0))); }},
+      {"CloseMicDevice", [&] { e->CloseMicDevice(); }}, {"Reserved1", [&] { e->Reserved1(I(0)); }},
+      {"GetMicVolume", [&] { N(e->GetMicVolume()); }}, {"Reserved2", [&] { e->Reserved2(); }},
+      {"EnableCaptureSystemAudio", [&] { e->EnableCaptureSystemAudio(I(0)); }},
+      {"SetSpeakerDevice", [&] { e->SetSpeakerDevice(R(0)); }},
+      {"SetSpeakerVolume", [&] { e->SetSpeakerVolume(I(0)); }},
+      {"GetSpeakerVolume", [&] { N(e->GetSpeakerVolume()); }},
+      {"EnableLocalAudio", [&] { e->EnableLocalAudio(I(0)); }},
+      {"EnableLocalVideo", [&] { e->EnableLocalVideo(I(0)); }},
+      {"MuteRemoteAudio", [&] { e->MuteRemoteAudio(S(0), I(1)); }},
+      {"MuteAllRemoteAudio", [&] { e->MuteAllRemoteAudio(I(0)); }},
+      {"StartRemoteCameraView", [&] { e->StartRemoteCameraView(S(0), H(1)); }},
+      {"StopRemoteCameraView", [&] { e->StopRemoteCameraView(S(0)); }},
+      {"StartAllRemoteVidw", [&] { e->StartAllRemoteVidw(); }}, {"StopAllRemoteView", [&] { e->StopAllRemoteView(); }},
+      {"StartRemoteDesktopView", [&] { e->StartRemoteDesktopView(S(0), H(1)); }},
+      {"StopRemoteDesktopView", [&] { e->StopRemoteDesktopView(S(0)); }}, {"Reserved3", [&] { e->Reserved3(I(0)); }},
+      {"SetRemoteStreamType", [&] { e->SetRemoteStreamType(S(0), I(1)); }},
+      {"StartCameraDeviceTest", [&] { e->StartCameraDeviceTest(H(0)); }},
+      {"StopCameraDeviceTest", [&] { e->StopCameraDeviceTest(); }},
+      {"StartMicDeviceTest", [&] { e->StartMicDeviceTest(); }}, {"StopMicDeviceTest", [&] { e->StopMicDeviceTest(); }},
+      {"onEnterRoom", [&] { sdk->onEnterRoom(I(0)); }}, {"onExitRoom", [&] { sdk->onExitRoom(I(0)); }},
+      {"onError", [&] { sdk->onError(I(0), S(1), nullptr); }}, {"onWarning", [&] { sdk->onWarning(I(0), S(1), nullptr); }},
+      {"onUserEnter", [&] { sdk->onUserEnter(S(0)); }}, {"onUserExit", [&] { sdk->onUserExit(S(0), I(1)); }},
+      {"onUserVideoAvailable", [&] { sdk->onUserVideoAvailable(S(0), I(1)); }},
+      {"onUserSubStreamAvailable", [&] { sdk->onUserSubStreamAvailable(S(0), I(1)); }},
+      {"onUserAudioAvailable", [&] { sdk->onUserAudioAvailable(S(0), I(1)); }},
+      {"onConnectionLost", [&] { sdk->onConnectionLost(); }}, {"onTryToReconnect", [&] { sdk->onTryToReconnect(); }},
+      {"onConnectionRecovery", [&] { sdk->onConnectionRecovery(); }},
+      {"onCameraDidReady", [&] { sdk->onCameraDidReady(); }}, {"onMicDidReady", [&] { sdk->onMicDidReady(); }},
+      {"onDeviceChange", [&] { sdk->onDeviceChange(S(0), I(1), I(2)); }},
+      {"onTestMicVolume", [&] { sdk->onTestMicVolume(I(0)); }},
+      {"onNetworkQuality", [&] { sdk->onNetworkQuality({"", I(0)}, nullptr, 0); }},
+      {"onStatistics", [&] { sdk->onStatistics(TRTCStatistics()); }},
+      {"onUserVoiceVolume", [&] {  // "id:volume,..."
+        std::vector<TRTCVolumeInfo> volumes;
+        for (std::string& entry : a) {
+          if (entry.empty()) continue;
+          volumes.push_back({entry.c_str(), static_cast<uint32_t>(std::stoi(entry.substr(entry.rfind(':') + 1)))});
+          entry[entry.rfind(':')] = '\0';
+        }
+        sdk->onUserVoiceVolume(volumes.data(), static_cast<uint32_t>(volumes.size()), 0);
+      }},
+      {"render", [&] { Render(a.at(0).c_str(), I(1), I(2), I(3), I(4), a.size() > 5 ? I(5) : 0); }},
+      {"drain", [&] { Drain(); }}, {"forget", [&] { Forget(); }},
+      {"release", [&] { ReleaseRTCEngine(), engine_ = nullptr; }},
+      {"create", [&] { engine_ = CreaeRTCEngine(), events_.task_thread = task_ = LiteavInstanceThreadId(); }},
+      {"post", [&] { ASSERT_TRUE(PostThreadMessageW(task_, I(0), 0x10, 0)); }},
+      {"log", [&] { LiteavLogCallback()->onLog(S(0), 2, "module"); }},
+      {"devices", [&] { liteav_control::SetDevices(I(0), Strings(a.begin() + 1, a.end())); }},
+      {"current", [&] { LiteavSetCurrentDevice(I(0), S(1), a.size() > 2); }},
+      {"volume", [&] { LiteavSetVolume(I(0), I(1)); }},
+      {"watchMics", [&] { watch("OnDeviceChanged(1)@T", &RTCEngine::GetMicDevices); }},
+      {"watchCameras", [&] { watch("OnDeviceChanged(0)@T", &RTCEngine::GetCameraDevices); }},
+      {"com", [&] {  // notes at the next event whether its thread has COM already
+        events_.on_event = [&, done = std::make_shared<bool>(false)](const std::string&) {
+          if (std::exchange(*done, true)) return;
+          const HRESULT com = CoInitialize(nullptr);
+          if (SUCCEEDED(com)) CoUninitialize();
+          events_.Note(com == S_FALSE ? "apartment" : "none");
+        };
+      }},
+    };
+    // clang-format on
+    if (name == "every") {
+      a = Strings(4, "7");
+      for (const auto& step : steps) {
+        if (isupper(step.first[0]) && step.first != "Initialize") step.second();
+      }
+      return;
+    }
+    const auto step = steps.find(name);
+    ASSERT_NE(step, steps.end()) << name;
+    step->second();
   }
 
   testing_support::LogCapture log_;
   RecordingEvents events_;
   RTCEngine* engine_ = nullptr;
+  ITRTCCloudCallback* sdk_ = nullptr;
+  DWORD task_ = 0;
 };
-
-// The names a list operation gives ({"<false>"} when it fails), the array
-// freed as a host frees it.
-using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
-inline std::vector<std::string> ListNames(RTCEngine* engine, ListFn list) {
-  DeviceRecord* devices = nullptr;
-  int32_t count = 0;
-  if (!(engine->*list)(&devices, &count)) return {"<false>"};
-  std::vector<std::string> names;
-  for (int32_t i = 0; i < count; ++i) names.push_back(devices[i].name);
-  FreeDeviceRecords(devices);
-  return names;
-}
 
 }  // namespace engine_test
