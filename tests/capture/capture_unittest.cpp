@@ -9,15 +9,17 @@
 #include <string>
 #include <vector>
 
+#include "base/i420_frame.h"
 #include "base/thread_start.h"
 #include "capture/capture_platform.h"
 #include "capture/capture_runner.h"
 #include "capture/draw_cursor.h"
+#include "capture/frame_scaler.h"
 #include "capture/window_capture_impl.h"
-#include "capture_test_support.h"
-#include "common/log_capture.h"
+#include "capture_fixture.h"
+#include "roomcore/dib_image.h"
 
-namespace capture_test {
+namespace capture_suite {
 namespace {
 
 // The platform table the tests steer; each field starts as the real call.
@@ -30,6 +32,11 @@ struct FakePlatform {
   static int version;
   static BOOL composition;
   static std::vector<UINT> enable_calls;
+  static int bits_per_pixel;  // what BITSPIXEL tells; -1: the real value
+  static std::atomic<int> asked_bits;
+  static HANDLE read_out;  // signalled by each read-out
+  static HWND send_to;     // the print step sends here first, when set
+  static HANDLE print_go;  // and waits for this before it sends
 
   static BOOL WINAPI GetCursorInfo(PCURSORINFO info) {
     info->flags = cursor_showing.load() ? CURSOR_SHOWING : 0;
@@ -40,7 +47,23 @@ struct FakePlatform {
   static int WINAPI GetDeviceCaps(HDC dc, int index) {
     const int real = ::GetDeviceCaps(dc, index);
     if (index == DESKTOPHORZRES || index == DESKTOPVERTRES) return static_cast<int>(real * scale);
+    if (index == BITSPIXEL && bits_per_pixel >= 0) return bits_per_pixel;
     return real;
+  }
+  static int WINAPI GetDIBits(HDC dc, HBITMAP bitmap, UINT start, UINT lines, LPVOID bits, LPBITMAPINFO info,
+                              UINT usage) {
+    asked_bits = info->bmiHeader.biBitCount;
+    const int result = ::GetDIBits(dc, bitmap, start, lines, bits, info, usage);
+    SetEvent(read_out);
+    return result;
+  }
+  static BOOL WINAPI PrintWindow(HWND window, HDC target, UINT flags) {
+    if (send_to) {
+      SetEvent(read_out);
+      WaitForSingleObject(print_go, INFINITE);
+      SendMessageW(send_to, WM_NULL, 0, 0);
+    }
+    return ::PrintWindow(window, target, flags);
   }
   static int WindowsVersion() { return version; }
   static HRESULT WINAPI DwmIsCompositionEnabled(BOOL* enabled) {
@@ -62,6 +85,11 @@ double FakePlatform::scale = 1.0;
 int FakePlatform::version = 7;
 BOOL FakePlatform::composition = FALSE;
 std::vector<UINT> FakePlatform::enable_calls;
+int FakePlatform::bits_per_pixel = -1;
+std::atomic<int> FakePlatform::asked_bits{-1};
+HANDLE FakePlatform::read_out = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+HWND FakePlatform::send_to = nullptr;
+HANDLE FakePlatform::print_go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 
 // A white 32 x 32 cursor with its hotspot in the top left corner: where it
 // is drawn shows exactly.
@@ -88,6 +116,11 @@ class CaptureSeamTest : public ::testing::Test {
     FakePlatform::table.windows_version = &FakePlatform::WindowsVersion;
     FakePlatform::table.dwm_is_composition_enabled = &FakePlatform::DwmIsCompositionEnabled;
     FakePlatform::table.find_dwm_enable_composition = &FakePlatform::FindDwmEnableComposition;
+    FakePlatform::table.get_di_bits = &FakePlatform::GetDIBits;
+    FakePlatform::table.print_window = &FakePlatform::PrintWindow;
+    FakePlatform::bits_per_pixel = -1;
+    FakePlatform::send_to = nullptr;
+    ResetEvent(FakePlatform::print_go);
     capture::SetCapturePlatformForTesting(&FakePlatform::table);
   }
   void TearDown() override {
@@ -179,12 +212,12 @@ TEST_F(CaptureSeamTest, DisplayRecordsTellDevicePixelsAndTheGrabPlacesTheCursorB
   capture->SelectDisplay(&scaled);
   capture->SetOutputSize(1000, 750);
   FakePlatform::cursor_position = {100, 80};
-  DisplayRecorder recorder;
+  Host recorder;
   capture->SetCaptureEvent(&recorder);
   ASSERT_TRUE(capture->Start());
   ASSERT_TRUE(recorder.WaitFrames(1));
   capture->Stop();
-  const Frame frame = recorder.LastFrame();
+  const Frame frame = recorder.Last();
   EXPECT_LUMA(frame, 125, 100, kWhite);
   EXPECT_LUMA(frame, 140, 120, kWhite);
   EXPECT_LUMA(frame, 121, 110, kBlack);
@@ -196,16 +229,15 @@ TEST_F(CaptureSeamTest, DisplayRecordsTellDevicePixelsAndTheGrabPlacesTheCursorB
   ASSERT_TRUE(capture->Start());
   ASSERT_TRUE(recorder.WaitFrames(1));
   capture->Stop();
-  EXPECT_LUMA(recorder.LastFrame(), 140, 120, kBlack);
+  EXPECT_LUMA(recorder.Last(), 140, 120, kBlack);
   DisplayCapture::Release(capture);
 }
 
 TEST_F(CaptureSeamTest, AWindowOnAScaledDisplayIsGrabbedAtDeviceSize) {
   FakePlatform::scale = 1.5;
-  testing_support::LogCapture log;
   TestWindow window(0, 0, 1000, 600);
   WindowCapture* capture = WindowCapture::Create();
-  WindowRecorder recorder;
+  Host recorder;
   capture->SetCaptureEvent(&recorder);
   capture->SetOutputSize(1484, 886);
   capture->SelectWindow(window.hwnd());
@@ -215,8 +247,9 @@ TEST_F(CaptureSeamTest, AWindowOnAScaledDisplayIsGrabbedAtDeviceSize) {
   WindowCapture::Release(capture);
   bool seen = false;
   const std::wstring expected = L"CaptureThread, width: 1500, height: 900, Cost: ";
-  for (const std::wstring& line : log.Messages(L"WindowCaptureImpl")) {
-    seen = seen || line.compare(0, expected.size(), expected) == 0;
+  for (const auto& line : recorder.Log()) {
+    seen = seen ||
+           (line.first == L"WindowCaptureImpl" && line.second.compare(0, expected.size(), expected) == 0);
   }
   EXPECT_TRUE(seen);
 }
@@ -227,10 +260,10 @@ TEST_F(CaptureSeamTest, BeforeWindows8CompositionIsTurnedOffOnceAndTheWindowsCon
   TestWindow window(60, 60, 400, 300);
   WindowCapture* capture = WindowCapture::Create();
   // The composition step comes before the run's first status.
-  struct Events : WindowRecorder {
+  struct Events : Host {
     void OnCaptureStatus(int status) override {
       if (status == 2) calls_at_start = FakePlatform::enable_calls.size();
-      WindowRecorder::OnCaptureStatus(status);
+      Host::OnCaptureStatus(status);
     }
     size_t calls_at_start = 99;
   } recorder;
@@ -244,7 +277,7 @@ TEST_F(CaptureSeamTest, BeforeWindows8CompositionIsTurnedOffOnceAndTheWindowsCon
   ASSERT_EQ(FakePlatform::enable_calls.size(), 1u);
   EXPECT_EQ(FakePlatform::enable_calls[0], 0u);
   // Copied from the window's own context: the pattern shows.
-  const Frame frame = recorder.LastFrame();
+  const Frame frame = recorder.Last();
   EXPECT_LUMA(frame, 0, 50, kMagenta);
   EXPECT_LUMA(frame, 50, 50, kRed);
   EXPECT_LUMA(frame, 300, 250, kWhite);
@@ -288,7 +321,7 @@ TEST(CaptureThreads, ReleaseRightAfterStartLeavesNoThreadBehind) {
   base::SetThreadStarterForTesting(&KeepThread);
   for (int i = 0; i < 20; ++i) {
     DisplayCapture* display = DisplayCapture::Create();
-    DisplayRecorder display_events;
+    Host display_events;
     display->SetCaptureEvent(&display_events);
     ASSERT_TRUE(display->Start());
     DisplayCapture::Release(display);
@@ -299,7 +332,7 @@ TEST(CaptureThreads, ReleaseRightAfterStartLeavesNoThreadBehind) {
     EXPECT_EQ(display_events.StatusCount(2), 1u);  // the run ended before Release returned
 
     WindowCapture* window = WindowCapture::Create();
-    WindowRecorder window_events;
+    Host window_events;
     window->SetCaptureEvent(&window_events);
     ASSERT_TRUE(window->Start());
     WindowCapture::Release(window);
@@ -312,5 +345,155 @@ TEST(CaptureThreads, ReleaseRightAfterStartLeavesNoThreadBehind) {
   base::SetThreadStarterForTesting(nullptr);
 }
 
+// The depth a read-out asks for is the screen's: 0 means 32 for a display
+// grab and a still picture, and is taken as it comes by a window grab.
+TEST_F(CaptureSeamTest, TheReadOutAsksForTheScreensDepth) {
+  struct Case {
+    Kind kind;
+    bool still;
+    int screen, asked;
+  };
+  const Case cases[] = {{kDisplay, false, 16, 16}, {kDisplay, false, 0, 32}, {kDisplay, true, 24, 24},
+                        {kDisplay, true, 0, 32},   {kWindow, false, 16, 16}, {kWindow, false, 0, 0}};
+  TestWindow window(60, 60, 300, 200);
+  Host host;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(Name(c.kind)) + (c.still ? " still " : " grab ") + std::to_string(c.screen));
+    FakePlatform::bits_per_pixel = c.screen;
+    FakePlatform::asked_bits = -1;
+    Capture capture(c.kind);
+    if (c.still) {
+      DibImage* image = capture.display()->CaptureImage(capture.display()->GetDisplay(0));
+      ASSERT_NE(image, nullptr);
+      EXPECT_EQ(image->bitmap_info()->bmiHeader.biBitCount, c.asked);
+    } else {
+      capture.SetCaptureEvent(&host);
+      if (c.kind == kWindow) capture.window()->SelectWindow(window.hwnd());
+      ResetEvent(FakePlatform::read_out);
+      ASSERT_TRUE(capture.Start());
+      EXPECT_EQ(WaitForSingleObject(FakePlatform::read_out, 10000), WAIT_OBJECT_0);
+    }
+    EXPECT_EQ(FakePlatform::asked_bits.load(), c.asked);
+    capture.Release();
+  }
+}
+
+// A host thread that owns a window and waits for the capture thread while
+// that thread's grab sends to the window: the wait lets the message through.
+// After a Stop whose wait ran out, the waits of Start and of Release do too,
+// and neither runs beside nor destroys under the old thread.
+TEST_F(CaptureSeamTest, WaitsForTheCaptureThreadLetSentMessagesThrough) {
+  enum Op { kStop, kRelease, kStartAfterStuck, kReleaseAfterStuck };
+  TestWindow window(60, 60, 300, 200);
+  HWND own = CreateWindowExW(0, L"STATIC", L"host", 0, 0, 0, 10, 10, HWND_MESSAGE, nullptr, nullptr, nullptr);
+  ASSERT_NE(own, nullptr);
+  for (Op op : {kStop, kRelease, kStartAfterStuck, kReleaseAfterStuck}) {
+    SCOPED_TRACE(op);
+    Host host;
+    Capture capture(kWindow);
+    capture.SetCaptureEvent(&host);
+    capture.SetOutputSize(160, 90);
+    capture.window()->SelectWindow(window.hwnd());
+    FakePlatform::send_to = own;
+    const bool stuck = op == kStartAfterStuck || op == kReleaseAfterStuck;
+    stuck ? ResetEvent(FakePlatform::print_go) : SetEvent(FakePlatform::print_go);
+    ResetEvent(FakePlatform::read_out);
+    ASSERT_TRUE(capture.Start());
+    ASSERT_EQ(WaitForSingleObject(FakePlatform::read_out, 10000), WAIT_OBJECT_0);  // inside the grab
+    int64_t before = TimeMicroseconds();
+    if (stuck) {
+      EXPECT_TRUE(capture.Stop());
+      EXPECT_GE(TimeMicroseconds() - before, 9900000);
+      EXPECT_EQ(host.StatusCount(3), 0u);  // the old thread is still in its grab
+      FakePlatform::send_to = nullptr;     // for the next run's grabs
+      SetEvent(FakePlatform::print_go);
+      before = TimeMicroseconds();
+    }
+    if (op == kStop) {
+      EXPECT_TRUE(capture.Stop());
+    }
+    if (op == kRelease || op == kReleaseAfterStuck) capture.Release();
+    if (op == kStartAfterStuck) {
+      EXPECT_TRUE(capture.Start());
+    }
+    EXPECT_LT(TimeMicroseconds() - before, 5000000);
+    EXPECT_EQ(host.StatusCount(3), 1u);  // the run ended before the call returned
+    if (op == kStartAfterStuck) {
+      ASSERT_TRUE(host.WaitStatus(2, 2));
+      const auto statuses = host.Statuses();
+      EXPECT_EQ(statuses[1].first, 3);  // the old run ended before the new one began
+    }
+    capture.Release();
+  }
+  FakePlatform::send_to = nullptr;
+  DestroyWindow(own);
+}
+
+TEST(PictureSizes, FramesAndBitmapHeadersNeverWrap) {
+  // Frames: null where the bytes pass the 32-bit size or can't be had.
+  const struct { int width, height; } no_frame[] = {{65536, 43691}, {1 << 20, 1 << 20}, {-2, 4}, {4, -2}};
+  for (const auto& c : no_frame) EXPECT_EQ(CreateI420Frame(c.width, c.height, false, 1), nullptr) << c.width;
+  I420Frame* frame = CreateI420Frame(5, 3, false, 1);
+  ASSERT_NE(frame, nullptr);
+  EXPECT_EQ(frame->size, 27u);
+  FreeI420Frame(frame);
+  // Headers: biSizeImage is the exact product while it fits 32 bits, else 0.
+  const struct {
+    int width, height;
+    DWORD size;
+  } headers[] = {{100, 50, 20000},
+                 {65535, 16384, 4294901760u},
+                 {65536, 16384, 0},
+                 {65536, 16385, 0},
+                 {1 << 20, 1 << 20, 0}};
+  for (const auto& c : headers) {
+    BITMAPINFOHEADER header;
+    InitBitMapInfoHeader(c.width, c.height, true, 32, &header);
+    EXPECT_EQ(header.biSizeImage, c.size) << c.width << "x" << c.height;
+  }
+  // An image whose pixels can't be had is empty, and nothing throws.
+  BITMAPINFO info;
+  InitBitMapInfo(1 << 20, 1 << 20, true, 32, &info);
+  const uint8_t pixel[4] = {};
+  const DibImage image(&info, pixel);
+  EXPECT_EQ(image.bitmap_info(), nullptr);
+  EXPECT_EQ(image.bits_data(), nullptr);
+  // The fit of a scaler in 64 bits, where 32-bit products wrap.
+  const struct {
+    int width, height, source_width, source_height, fitted_width, fitted_height;
+  } fits[] = {{1920, 1080, 1280, 1024, 1350, 1080},
+              {60000, 50000, 50000, 40000, 60000, 48000},
+              {50000, 60000, 40000, 50000, 48000, 60000}};
+  for (const auto& c : fits) {
+    const FrameScaler::Size fitted = FrameScaler::Fit(c.width, c.height, c.source_width, c.source_height, 2);
+    EXPECT_EQ(fitted.width, c.fitted_width) << c.width;
+    EXPECT_EQ(fitted.height, c.fitted_height) << c.width;
+  }
+}
+
+// The grab buffer of a size past 32 bits isn't made; the pass logs it once.
+TEST(PictureSizes, TheGrabBufferIsSizedIn64Bits) {
+  struct NoClient : capture::CaptureClient {
+    void BeginRun() override {}
+    void Pass() override {}
+    void EndRun() override {}
+    bool HasEvent() override { return false; }
+    void SendFrame(const uint8_t*, uint32_t, int, int, int64_t) override {}
+    void DestroyOwner() override {}
+  } client;
+  Host host;
+  capture::CaptureRunner runner(&client, L"DisplayCaptureImpl");
+  HDC screen = GetDC(nullptr);
+  capture::MemoryPicture picture(screen, 4, 4);
+  for (int i = 0; i < 4; ++i) {
+    const int width = i < 2 ? 65536 : 1 << 20, height = i < 2 ? 16385 : 1 << 20;
+    EXPECT_EQ(runner.ReadOut(picture.dc(), picture.bitmap(), width, height, 32), nullptr);
+  }
+  EXPECT_NE(runner.ReadOut(picture.dc(), picture.bitmap(), 4, 4, 32), nullptr);
+  ReleaseDC(nullptr, screen);
+  EXPECT_EQ(host.LogCount(L"CaptureThread, no grab buffer of width: 65536, height: 16385"), 1u);
+  EXPECT_EQ(host.LogCount(L"CaptureThread, no grab buffer of width: 1048576, height: 1048576"), 1u);
+}
+
 }  // namespace
-}  // namespace capture_test
+}  // namespace capture_suite

@@ -1,0 +1,325 @@
+// What every capture test shares: real windows with known content, a host
+// that records what a capture reports and logs, either capture behind one
+// face, and the folder's one fixture.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fundus_control.h"
+#include "roomcore/capture.h"
+#include "roomcore/clock.h"
+
+namespace capture_suite {
+
+constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255);
+constexpr COLORREF kWhite = RGB(255, 255, 255), kBlack = RGB(0, 0, 0);
+constexpr COLORREF kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
+
+// BT.601 limited range, as libswscale converts by default.
+inline int Luma(COLORREF c) {
+  return static_cast<int>(16.5 +
+                          (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
+}
+
+// A window on a thread of its own with a message pump. It paints four
+// quadrants split at the centre (red, green / blue, white), a yellow frame on
+// its outer edge and a magenta frame exactly where the window capture's trim
+// ends (column 8, line 7, the last column and line the even trim keeps); or
+// one colour, after Fill.
+class TestWindow {
+ public:
+  TestWindow(int x, int y, int width, int height, bool topmost = false) {
+    thread_ = std::thread([=] { Run(x, y, width, height, topmost); });
+    std::unique_lock<std::mutex> guard(mutex_);
+    ready_.wait(guard, [this] { return hwnd_ != nullptr; });
+  }
+  ~TestWindow() {
+    if (IsWindow(hwnd_)) SendMessageW(hwnd_, WM_CLOSE, 0, 0);
+    thread_.join();
+  }
+  HWND hwnd() const { return hwnd_; }
+  void Fill(COLORREF colour) {
+    fill_ = colour;
+    RedrawWindow(hwnd_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
+  }
+  void Resize(int width, int height) {
+    SetWindowPos(hwnd_, nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+  }
+  void Show(int command) { ShowWindow(hwnd_, command); }
+  void Close(bool wait) {
+    wait ? void(SendMessageW(hwnd_, WM_CLOSE, 0, 0)) : void(PostMessageW(hwnd_, WM_CLOSE, 0, 0));
+  }
+
+ private:
+  static void Rect(HDC dc, int l, int t, int r, int b, COLORREF c) {
+    HBRUSH brush = CreateSolidBrush(c);
+    RECT area = {l, t, r, b};
+    FillRect(dc, &area, brush);
+    DeleteObject(brush);
+  }
+  void Paint(HWND hwnd, HDC dc) {
+    RECT client;
+    GetClientRect(hwnd, &client);
+    const int w = client.right, h = client.bottom, cx = w / 2, cy = h / 2;
+    if (fill_ != CLR_INVALID) return Rect(dc, 0, 0, w, h, fill_);
+    const COLORREF quadrants[4] = {kRed, kGreen, kBlue, kWhite};
+    for (int q = 0; q < 4; ++q)
+      Rect(dc, q % 2 ? cx : 0, q / 2 ? cy : 0, q % 2 ? w : cx, q / 2 ? h : cy, quadrants[q]);
+    const int r = 8 + ((w - 16) & ~1), b = 7 + ((h - 14) & ~1);  // one past the trim's last column and line
+    const int frames[2][4] = {{0, 0, w, h}, {8, 7, r, b}};
+    for (int f = 0; f < 2; ++f) {
+      const int* e = frames[f];
+      const COLORREF c = f ? kMagenta : kYellow;
+      Rect(dc, e[0], e[1], e[2], e[1] + 1, c), Rect(dc, e[0], e[3] - 1, e[2], e[3], c);
+      Rect(dc, e[0], e[1], e[0] + 1, e[3], c), Rect(dc, e[2] - 1, e[1], e[2], e[3], c);
+    }
+  }
+  static LRESULT CALLBACK Proc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam) {
+    auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    if (message == WM_ERASEBKGND) return 1;
+    if (message == WM_DESTROY) PostQuitMessage(0);
+    if (message == WM_PRINTCLIENT && self) self->Paint(hwnd, reinterpret_cast<HDC>(wparam));
+    if (message != WM_PAINT || !self) return DefWindowProcW(hwnd, message, wparam, lparam);
+    PAINTSTRUCT ps;
+    self->Paint(hwnd, BeginPaint(hwnd, &ps));
+    EndPaint(hwnd, &ps);
+    return 0;
+  }
+  void Run(int x, int y, int width, int height, bool topmost) {
+    WNDCLASSW wc = {};
+    wc.lpfnWndProc = &TestWindow::Proc;
+    wc.hInstance = GetModuleHandleW(nullptr);
+    wc.lpszClassName = L"RoomcoreCaptureTestWindow";
+    RegisterClassW(&wc);  // fails harmlessly once registered
+    HWND hwnd =
+        CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"capture test",
+                        WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
+    SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    ShowWindow(hwnd, SW_SHOWNOACTIVATE);
+    UpdateWindow(hwnd);
+    {
+      std::lock_guard<std::mutex> guard(mutex_);
+      hwnd_ = hwnd;
+    }
+    ready_.notify_all();
+    MSG msg;
+    while (GetMessageW(&msg, nullptr, 0, 0) > 0) DispatchMessageW(&msg);
+  }
+
+  std::thread thread_;
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  HWND hwnd_ = nullptr;
+  std::atomic<COLORREF> fill_{CLR_INVALID};
+};
+
+struct Frame {
+  std::vector<uint8_t> bytes;  // kept for the last few frames only
+  uint32_t size;
+  int width, height, reserved;
+  int64_t timestamp;
+  int Y(int x, int y) const { return bytes.at(static_cast<size_t>(y) * width + x); }
+  bool Black() const {  // Y 1, U and V 128
+    const size_t luma = static_cast<size_t>(width) * height;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      if (bytes[i] != (i < luma ? 1 : 128)) return false;
+    }
+    return bytes.size() == size && size > luma;
+  }
+};
+
+#define EXPECT_LUMA(frame, x, y, colour) \
+  EXPECT_NEAR((frame).Y(x, y), ::capture_suite::Luma(colour), 4) << "at " << (x) << ", " << (y)
+
+// The host: the event interface of both captures. It records frames,
+// statuses (with their time) and the library's log lines; `on_frame` runs
+// inside OnCaptureFrame with the frame's number. One at a time: it is the
+// log's one sink while it lives.
+class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
+ public:
+  Host() { FundusSetLogSink(&Host::Log, this); }
+  ~Host() override { FundusSetLogSink(nullptr, nullptr); }
+  void OnCaptureStatus(int status) override {
+    Add([&] { statuses_.push_back({status, TimeMicroseconds()}); });
+  }
+  void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int reserved,
+                      int64_t timestamp) override {
+    size_t number = 0;
+    Add([&] {
+      number = frames_.size();
+      frames_.push_back(
+          Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
+      if (frames_.size() > 3) std::vector<uint8_t>().swap(frames_[frames_.size() - 4].bytes);
+    });
+    if (on_frame) on_frame(number);
+  }
+  // Waits until `done` holds, checked under the lock at every change.
+  bool Wait(const std::function<bool()>& done, DWORD timeout_ms = 10000) {
+    std::unique_lock<std::mutex> guard(mutex_);
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), done);
+  }
+  bool WaitFrames(size_t count) {
+    return Wait([&] { return frames_.size() >= count; });
+  }
+  bool WaitStatus(int status, size_t times = 1, DWORD timeout_ms = 10000) {
+    return Wait([&] { return Locked(status) >= times; }, timeout_ms);
+  }
+  // Log lines that start with `text`, under any tag.
+  bool WaitLog(const std::wstring& text, size_t times = 1) {
+    return Wait([&] { return LockedLog(text) >= times; });
+  }
+  size_t LogCount(const std::wstring& text) {
+    return Get([&] { return LockedLog(text); });
+  }
+  std::vector<std::pair<std::wstring, std::wstring>> Log() {
+    return Get([&] { return log_; });
+  }
+  size_t FrameCount() {
+    return Get([&] { return frames_.size(); });
+  }
+  std::vector<Frame> Frames() {
+    return Get([&] { return frames_; });
+  }
+  Frame Last() {
+    return Get([&] { return frames_.back(); });
+  }
+  // A frame grabbed after everything the test did so far.
+  Frame Fresh() {
+    EXPECT_TRUE(WaitFrames(FrameCount() + 2));
+    return Last();
+  }
+  std::vector<std::pair<int, int64_t>> Statuses() {
+    return Get([&] { return statuses_; });
+  }
+  size_t StatusCount(int status) {
+    return Get([&] { return Locked(status); });
+  }
+  void Clear() {
+    Add([&] { frames_.clear(), statuses_.clear(), log_.clear(); });
+  }
+  // Intervals between the timestamps of the frames recorded.
+  std::vector<int64_t> Intervals() {
+    const std::vector<Frame> frames = Frames();
+    std::vector<int64_t> out;
+    for (size_t i = 1; i < frames.size(); ++i) out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
+    return out;
+  }
+
+  std::function<void(size_t)> on_frame;
+
+ private:
+  static void Log(const wchar_t* module, const wchar_t* message, void* self) {
+    static_cast<Host*>(self)->Add([&] { static_cast<Host*>(self)->log_.emplace_back(module, message); });
+  }
+  template <typename F>
+  void Add(F change) {
+    {
+      std::lock_guard<std::mutex> guard(mutex_);
+      change();
+    }
+    changed_.notify_all();
+  }
+  template <typename F>
+  auto Get(F read) -> decltype(read()) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return read();
+  }
+  size_t Locked(int status) const {
+    return std::count_if(statuses_.begin(), statuses_.end(),
+                         [&](const auto& s) { return s.first == status; });
+  }
+  size_t LockedLog(const std::wstring& text) const {
+    return std::count_if(log_.begin(), log_.end(),
+                         [&](const auto& l) { return l.second.rfind(text, 0) == 0; });
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Frame> frames_;
+  std::vector<std::pair<int, int64_t>> statuses_;
+  std::vector<std::pair<std::wstring, std::wstring>> log_;
+};
+
+enum Kind { kDisplay, kWindow };
+inline const char* Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
+
+// Either capture as the host sees it. What differs: the status numbers, the
+// log tag, and what is grabbed (the window capture needs a window).
+class Capture {
+ public:
+  explicit Capture(Kind kind, bool create = true) : kind_(kind) {
+    if (create) Create();
+  }
+  void* Create() {
+    if (kind_ == kDisplay) return display_ = DisplayCapture::Create();
+    return window_ = WindowCapture::Create();
+  }
+  void Release() {
+    kind_ == kDisplay ? DisplayCapture::Release(display_) : WindowCapture::Release(window_);
+    display_ = nullptr, window_ = nullptr;
+  }
+  void* object() const { return kind_ == kDisplay ? static_cast<void*>(display_) : window_; }
+  DisplayCapture* display() const { return display_; }
+  WindowCapture* window() const { return window_; }
+  int started() const { return kind_ == kDisplay ? 1 : 2; }
+  int ended() const { return kind_ == kDisplay ? 2 : 3; }
+  const wchar_t* tag() const { return kind_ == kDisplay ? L"DisplayCaptureImpl" : L"WindowCaptureImpl"; }
+
+  void SetCaptureEvent(Host* host) {
+    kind_ == kDisplay ? display_->SetCaptureEvent(host) : window_->SetCaptureEvent(host);
+  }
+  void SetFrameRate(int rate) {
+    kind_ == kDisplay ? display_->SetFrameRate(rate) : window_->SetFrameRate(rate);
+  }
+  void SetOutputSize(int w, int h) {
+    kind_ == kDisplay ? display_->SetOutputSize(w, h) : window_->SetOutputSize(w, h);
+  }
+  void SetDrawCursor(bool draw) {
+    kind_ == kDisplay ? display_->SetDrawCursor(draw) : window_->SetDrawCursor(draw);
+  }
+  bool Start() { return kind_ == kDisplay ? display_->Start() : window_->Start(); }
+  bool Stop() { return kind_ == kDisplay ? display_->Stop() : window_->Stop(); }
+  bool IsCapturing() { return kind_ == kDisplay ? display_->IsCapturing() : window_->IsCapturing(); }
+
+ private:
+  Kind kind_;
+  DisplayCapture* display_ = nullptr;
+  WindowCapture* window_ = nullptr;
+};
+
+// The folder's fixture: a window to capture (the window capture selects it)
+// and a host; Open makes a capture wired to both, released at the end.
+class CaptureTest : public ::testing::Test {
+ protected:
+  Capture& Open(Kind kind, int width = 160, int height = 90) {
+    if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
+    captures_.emplace_back(new Capture(kind));
+    Capture& capture = *captures_.back();
+    capture.SetCaptureEvent(&host_);
+    capture.SetOutputSize(width, height);
+    if (kind == kWindow) capture.window()->SelectWindow(window_->hwnd());
+    return capture;
+  }
+  void TearDown() override {
+    for (auto& capture : captures_) capture->Release();
+  }
+
+  Host host_;
+  std::unique_ptr<TestWindow> window_;
+  std::vector<std::unique_ptr<Capture>> captures_;
+};
+
+}  // namespace capture_suite
