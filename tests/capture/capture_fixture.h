@@ -140,89 +140,92 @@ struct Frame {
     return bytes.size() == size && size > luma;
   }
 };
-
 #define EXPECT_LUMA(frame, x, y, colour) \
   EXPECT_NEAR((frame).Y(x, y), ::capture_suite::Luma(colour), 4) << "at " << (x) << ", " << (y)
 
-// The host: the event interface of both captures. It records frames,
-// statuses (with their time) and the library's log lines; `on_frame` runs
-// inside OnCaptureFrame with the frame's number. One at a time: it is the
-// log's one sink while it lives.
+struct Status {
+  int status;
+  int64_t time;
+  size_t frames;  // frames that came before it
+};
+
+// What a host has seen: frames, statuses, and the library's log lines
+// (tag, text).
+struct Record {
+  std::vector<Frame> frames;
+  std::vector<Status> statuses;
+  std::vector<std::pair<std::wstring, std::wstring>> log;
+  size_t Count(int status) const {
+    return std::count_if(statuses.begin(), statuses.end(),
+                         [&](const Status& s) { return s.status == status; });
+  }
+  size_t Lines(const std::wstring& start) const {
+    return std::count_if(log.begin(), log.end(),
+                         [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
+  }
+  std::vector<int64_t> Intervals(size_t from = 1) const {
+    std::vector<int64_t> out;
+    for (size_t i = from; i < frames.size(); ++i)
+      out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
+    return out;
+  }
+};
+
+// The host: the event interface of both captures, and the log's one sink
+// while it lives. `on_frame` runs inside OnCaptureFrame with the frame's
+// number.
 class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
  public:
   Host() { FundusSetLogSink(&Host::Log, this); }
   ~Host() override { FundusSetLogSink(nullptr, nullptr); }
   void OnCaptureStatus(int status) override {
-    Add([&] { statuses_.push_back({status, TimeMicroseconds()}); });
+    Add([&] { record_.statuses.push_back({status, TimeMicroseconds(), record_.frames.size()}); });
   }
   void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int reserved,
                       int64_t timestamp) override {
     size_t number = 0;
     Add([&] {
-      number = frames_.size();
-      frames_.push_back(
+      std::vector<Frame>& frames = record_.frames;
+      number = frames.size();
+      frames.push_back(
           Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
-      if (frames_.size() > 3) std::vector<uint8_t>().swap(frames_[frames_.size() - 4].bytes);
+      if (frames.size() > 3) std::vector<uint8_t>().swap(frames[frames.size() - 4].bytes);
     });
     if (on_frame) on_frame(number);
   }
-  // Waits until `done` holds, checked under the lock at every change.
-  bool Wait(const std::function<bool()>& done, DWORD timeout_ms = 10000) {
+  // Waits until `done` holds for what was recorded, checked at each change.
+  bool Wait(const std::function<bool(const Record&)>& done, DWORD timeout_ms = 10000) {
     std::unique_lock<std::mutex> guard(mutex_);
-    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), done);
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] { return done(record_); });
   }
-  bool WaitFrames(size_t count) {
-    return Wait([&] { return frames_.size() >= count; });
+  bool Frames(size_t count) {
+    return Wait([=](const Record& r) { return r.frames.size() >= count; });
   }
-  bool WaitStatus(int status, size_t times = 1, DWORD timeout_ms = 10000) {
-    return Wait([&] { return Locked(status) >= times; }, timeout_ms);
+  bool Statuses(int status, size_t times = 1) {
+    return Wait([=](const Record& r) { return r.Count(status) >= times; });
   }
-  // Log lines that start with `text`, under any tag.
-  bool WaitLog(const std::wstring& text, size_t times = 1) {
-    return Wait([&] { return LockedLog(text) >= times; });
+  // Log lines that start with `start`, under any tag.
+  bool Lines(const std::wstring& start, size_t times = 1, DWORD timeout_ms = 10000) {
+    return Wait([&](const Record& r) { return r.Lines(start) >= times; }, timeout_ms);
   }
-  size_t LogCount(const std::wstring& text) {
-    return Get([&] { return LockedLog(text); });
-  }
-  std::vector<std::pair<std::wstring, std::wstring>> Log() {
-    return Get([&] { return log_; });
-  }
-  size_t FrameCount() {
-    return Get([&] { return frames_.size(); });
-  }
-  std::vector<Frame> Frames() {
-    return Get([&] { return frames_; });
-  }
-  Frame Last() {
-    return Get([&] { return frames_.back(); });
+  Record Now() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return record_;
   }
   // A frame grabbed after everything the test did so far.
   Frame Fresh() {
-    EXPECT_TRUE(WaitFrames(FrameCount() + 2));
-    return Last();
-  }
-  std::vector<std::pair<int, int64_t>> Statuses() {
-    return Get([&] { return statuses_; });
-  }
-  size_t StatusCount(int status) {
-    return Get([&] { return Locked(status); });
+    EXPECT_TRUE(Frames(Now().frames.size() + 2));
+    return Now().frames.back();
   }
   void Clear() {
-    Add([&] { frames_.clear(), statuses_.clear(), log_.clear(); });
-  }
-  // Intervals between the timestamps of the frames recorded.
-  std::vector<int64_t> Intervals() {
-    const std::vector<Frame> frames = Frames();
-    std::vector<int64_t> out;
-    for (size_t i = 1; i < frames.size(); ++i) out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
-    return out;
+    Add([&] { record_ = Record(); });
   }
 
   std::function<void(size_t)> on_frame;
 
  private:
-  static void Log(const wchar_t* module, const wchar_t* message, void* self) {
-    static_cast<Host*>(self)->Add([&] { static_cast<Host*>(self)->log_.emplace_back(module, message); });
+  static void Log(const wchar_t* tag, const wchar_t* text, void* self) {
+    static_cast<Host*>(self)->Add([&] { static_cast<Host*>(self)->record_.log.emplace_back(tag, text); });
   }
   template <typename F>
   void Add(F change) {
@@ -232,85 +235,64 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
     }
     changed_.notify_all();
   }
-  template <typename F>
-  auto Get(F read) -> decltype(read()) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return read();
-  }
-  size_t Locked(int status) const {
-    return std::count_if(statuses_.begin(), statuses_.end(),
-                         [&](const auto& s) { return s.first == status; });
-  }
-  size_t LockedLog(const std::wstring& text) const {
-    return std::count_if(log_.begin(), log_.end(),
-                         [&](const auto& l) { return l.second.rfind(text, 0) == 0; });
-  }
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Frame> frames_;
-  std::vector<std::pair<int, int64_t>> statuses_;
-  std::vector<std::pair<std::wstring, std::wstring>> log_;
+  Record record_;
 };
 
 enum Kind { kDisplay, kWindow };
-inline const char* Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
+inline std::string Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
 
-// Either capture as the host sees it. What differs: the status numbers, the
-// log tag, and what is grabbed (the window capture needs a window).
-class Capture {
- public:
-  explicit Capture(Kind kind, bool create = true) : kind_(kind) {
+// Either capture as the host sees it.
+struct Capture {
+  explicit Capture(Kind k, bool create = true) : kind(k) {
     if (create) Create();
   }
   void* Create() {
-    if (kind_ == kDisplay) return display_ = DisplayCapture::Create();
-    return window_ = WindowCapture::Create();
+    return kind == kDisplay ? (void*)(display = DisplayCapture::Create())
+                            : (window = WindowCapture::Create());
   }
   void Release() {
-    kind_ == kDisplay ? DisplayCapture::Release(display_) : WindowCapture::Release(window_);
-    display_ = nullptr, window_ = nullptr;
+    kind == kDisplay ? DisplayCapture::Release(display) : WindowCapture::Release(window);
+    display = nullptr, window = nullptr;
   }
-  void* object() const { return kind_ == kDisplay ? static_cast<void*>(display_) : window_; }
-  DisplayCapture* display() const { return display_; }
-  WindowCapture* window() const { return window_; }
-  int started() const { return kind_ == kDisplay ? 1 : 2; }
-  int ended() const { return kind_ == kDisplay ? 2 : 3; }
-  const wchar_t* tag() const { return kind_ == kDisplay ? L"DisplayCaptureImpl" : L"WindowCaptureImpl"; }
-
-  void SetCaptureEvent(Host* host) {
-    kind_ == kDisplay ? display_->SetCaptureEvent(host) : window_->SetCaptureEvent(host);
+  template <typename F>
+  auto Do(F f) {
+    return kind == kDisplay ? f(display) : f(window);
   }
-  void SetFrameRate(int rate) {
-    kind_ == kDisplay ? display_->SetFrameRate(rate) : window_->SetFrameRate(rate);
+  bool Start() {
+    return Do([](auto* c) { return c->Start(); });
+  }
+  bool Stop() {
+    return Do([](auto* c) { return c->Stop(); });
   }
   void SetOutputSize(int w, int h) {
-    kind_ == kDisplay ? display_->SetOutputSize(w, h) : window_->SetOutputSize(w, h);
+    Do([=](auto* c) { c->SetOutputSize(w, h); });
   }
-  void SetDrawCursor(bool draw) {
-    kind_ == kDisplay ? display_->SetDrawCursor(draw) : window_->SetDrawCursor(draw);
+  void SetFrameRate(int rate) {
+    Do([=](auto* c) { c->SetFrameRate(rate); });
   }
-  bool Start() { return kind_ == kDisplay ? display_->Start() : window_->Start(); }
-  bool Stop() { return kind_ == kDisplay ? display_->Stop() : window_->Stop(); }
-  bool IsCapturing() { return kind_ == kDisplay ? display_->IsCapturing() : window_->IsCapturing(); }
+  void* object() const { return kind == kDisplay ? (void*)display : window; }
+  int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
+  int ended() const { return kind == kDisplay ? 2 : 3; }
 
- private:
-  Kind kind_;
-  DisplayCapture* display_ = nullptr;
-  WindowCapture* window_ = nullptr;
+  Kind kind;
+  DisplayCapture* display = nullptr;
+  WindowCapture* window = nullptr;
 };
 
-// The folder's fixture: a window to capture (the window capture selects it)
-// and a host; Open makes a capture wired to both, released at the end.
+// The folder's fixture: a window to capture and a host. Open makes a capture
+// wired to both (the window capture selects the window), released at the end.
 class CaptureTest : public ::testing::Test {
  protected:
   Capture& Open(Kind kind, int width = 160, int height = 90) {
     if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
     captures_.emplace_back(new Capture(kind));
     Capture& capture = *captures_.back();
-    capture.SetCaptureEvent(&host_);
+    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
     capture.SetOutputSize(width, height);
-    if (kind == kWindow) capture.window()->SelectWindow(window_->hwnd());
+    if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
     return capture;
   }
   void TearDown() override {
