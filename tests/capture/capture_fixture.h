@@ -52,23 +52,14 @@ class TestWindow {
   }
   HWND hwnd() const { return hwnd_; }
   void Fill(COLORREF colour) {
-    fill_ = colour;
-    RedrawWindow(hwnd_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
-  }
-  void Resize(int width, int height) {
-    SetWindowPos(hwnd_, nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-  }
-  void Show(int command) { ShowWindow(hwnd_, command); }
-  void Close(bool wait) {
-    wait ? void(SendMessageW(hwnd_, WM_CLOSE, 0, 0)) : void(PostMessageW(hwnd_, WM_CLOSE, 0, 0));
+    fill_ = colour, RedrawWindow(hwnd_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
   }
 
  private:
   static void Rect(HDC dc, int l, int t, int r, int b, COLORREF c) {
+    const RECT area = {l, t, r, b};
     HBRUSH brush = CreateSolidBrush(c);
-    RECT area = {l, t, r, b};
-    FillRect(dc, &area, brush);
-    DeleteObject(brush);
+    FillRect(dc, &area, brush), DeleteObject(brush);
   }
   void Paint(HWND hwnd, HDC dc) {
     RECT client;
@@ -77,46 +68,37 @@ class TestWindow {
     if (fill_ != CLR_INVALID) return Rect(dc, 0, 0, w, h, fill_);
     const COLORREF quadrants[4] = {kRed, kGreen, kBlue, kWhite};
     for (int q = 0; q < 4; ++q)
-      Rect(dc, q % 2 ? cx : 0, q / 2 ? cy : 0, q % 2 ? w : cx, q / 2 ? h : cy, quadrants[q]);
-    const int r = 8 + ((w - 16) & ~1), b = 7 + ((h - 14) & ~1);  // one past the trim's last column and line
-    const int frames[2][4] = {{0, 0, w, h}, {8, 7, r, b}};
-    for (int f = 0; f < 2; ++f) {
-      const int* e = frames[f];
-      const COLORREF c = f ? kMagenta : kYellow;
+      Rect(dc, q % 2 * cx, q / 2 * cy, q % 2 ? w : cx, q / 2 ? h : cy, quadrants[q]);
+    const int edges[2][4] = {{0, 0, w, h}, {8, 7, 8 + ((w - 16) & ~1), 7 + ((h - 14) & ~1)}};
+    for (const int* e : edges) {
+      const COLORREF c = e[0] ? kMagenta : kYellow;
       Rect(dc, e[0], e[1], e[2], e[1] + 1, c), Rect(dc, e[0], e[3] - 1, e[2], e[3], c);
       Rect(dc, e[0], e[1], e[0] + 1, e[3], c), Rect(dc, e[2] - 1, e[1], e[2], e[3], c);
     }
   }
   static LRESULT CALLBACK Proc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam) {
     auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
-    if (message == WM_ERASEBKGND) return 1;
+    PAINTSTRUCT ps;
     if (message == WM_DESTROY) PostQuitMessage(0);
     if (message == WM_PRINTCLIENT && self) self->Paint(hwnd, reinterpret_cast<HDC>(wparam));
-    if (message != WM_PAINT || !self) return DefWindowProcW(hwnd, message, wparam, lparam);
-    PAINTSTRUCT ps;
-    self->Paint(hwnd, BeginPaint(hwnd, &ps));
-    EndPaint(hwnd, &ps);
-    return 0;
+    if (message == WM_PAINT && self) return self->Paint(hwnd, BeginPaint(hwnd, &ps)), EndPaint(hwnd, &ps), 0;
+    return message == WM_ERASEBKGND ? 1 : DefWindowProcW(hwnd, message, wparam, lparam);
   }
   void Run(int x, int y, int width, int height, bool topmost) {
-    WNDCLASSW wc = {};
-    wc.lpfnWndProc = &TestWindow::Proc;
-    wc.hInstance = GetModuleHandleW(nullptr);
-    wc.lpszClassName = L"RoomcoreCaptureTestWindow";
+    WNDCLASSW wc = {0, &TestWindow::Proc,           0, 0, GetModuleHandleW(nullptr), 0, 0, 0,
+                    0, L"RoomcoreCaptureTestWindow"};
     RegisterClassW(&wc);  // fails harmlessly once registered
     HWND hwnd =
         CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"capture test",
                         WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-    ShowWindow(hwnd, SW_SHOWNOACTIVATE);
-    UpdateWindow(hwnd);
-    {
+    ShowWindow(hwnd, SW_SHOWNOACTIVATE), UpdateWindow(hwnd);
+    [&] {
       std::lock_guard<std::mutex> guard(mutex_);
       hwnd_ = hwnd;
-    }
+    }();
     ready_.notify_all();
-    MSG msg;
-    while (GetMessageW(&msg, nullptr, 0, 0) > 0) DispatchMessageW(&msg);
+    for (MSG msg; GetMessageW(&msg, nullptr, 0, 0) > 0;) DispatchMessageW(&msg);
   }
 
   std::thread thread_;
@@ -149,8 +131,7 @@ struct Status {
   size_t frames;  // frames that came before it
 };
 
-// What a host has seen: frames, statuses, and the library's log lines
-// (tag, text).
+// What a host has seen: frames, statuses, the library's log lines (tag, text).
 struct Record {
   std::vector<Frame> frames;
   std::vector<Status> statuses;
@@ -163,7 +144,7 @@ struct Record {
     return std::count_if(log.begin(), log.end(),
                          [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
   }
-  std::vector<int64_t> Intervals(size_t from = 1) const {
+  std::vector<int64_t> Intervals(size_t from) const {
     std::vector<int64_t> out;
     for (size_t i = from; i < frames.size(); ++i)
       out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
@@ -179,17 +160,16 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
   Host() { FundusSetLogSink(&Host::Log, this); }
   ~Host() override { FundusSetLogSink(nullptr, nullptr); }
   void OnCaptureStatus(int status) override {
-    Add([&] { record_.statuses.push_back({status, TimeMicroseconds(), record_.frames.size()}); });
+    Add([&](Record& r) { r.statuses.push_back({status, TimeMicroseconds(), r.frames.size()}); });
   }
   void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int reserved,
                       int64_t timestamp) override {
     size_t number = 0;
-    Add([&] {
-      std::vector<Frame>& frames = record_.frames;
-      number = frames.size();
-      frames.push_back(
+    Add([&](Record& r) {
+      number = r.frames.size();
+      r.frames.push_back(
           Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
-      if (frames.size() > 3) std::vector<uint8_t>().swap(frames[frames.size() - 4].bytes);
+      if (number >= 3) std::vector<uint8_t>().swap(r.frames[number - 3].bytes);
     });
     if (on_frame) on_frame(number);
   }
@@ -204,36 +184,31 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
   bool Statuses(int status, size_t times = 1) {
     return Wait([=](const Record& r) { return r.Count(status) >= times; });
   }
-  // Log lines that start with `start`, under any tag.
-  bool Lines(const std::wstring& start, size_t times = 1, DWORD timeout_ms = 10000) {
-    return Wait([&](const Record& r) { return r.Lines(start) >= times; }, timeout_ms);
+  bool Lines(const std::wstring& start, size_t times = 1) {  // log lines that start so, any tag
+    return Wait([&](const Record& r) { return r.Lines(start) >= times; });
   }
   Record Now() {
     std::lock_guard<std::mutex> guard(mutex_);
     return record_;
   }
-  // A frame grabbed after everything the test did so far.
-  Frame Fresh() {
+  Frame Fresh() {  // a frame grabbed after everything the test did so far
     EXPECT_TRUE(Frames(Now().frames.size() + 2));
     return Now().frames.back();
   }
   void Clear() {
-    Add([&] { record_ = Record(); });
+    Add([](Record& r) { r = Record(); });
   }
-
   std::function<void(size_t)> on_frame;
 
  private:
   static void Log(const wchar_t* tag, const wchar_t* text, void* self) {
-    static_cast<Host*>(self)->Add([&] { static_cast<Host*>(self)->record_.log.emplace_back(tag, text); });
+    static_cast<Host*>(self)->Add([&](Record& r) { r.log.emplace_back(tag, text); });
   }
   template <typename F>
   void Add(F change) {
-    {
-      std::lock_guard<std::mutex> guard(mutex_);
-      change();
-    }
-    changed_.notify_all();
+    std::unique_lock<std::mutex> guard(mutex_);
+    change(record_);
+    guard.unlock(), changed_.notify_all();
   }
 
   std::mutex mutex_;

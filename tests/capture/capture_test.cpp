@@ -1,12 +1,9 @@
 // Both captures as a host drives them through roomcore.dll, on real windows
-// under the test display, and the frames' way to the TRTC SDK's pull.
+// under the test display.
 #include <random>
 
 #include "capture_fixture.h"
 #include "common/log_capture.h"
-#include "common/silent_engine_events.h"
-#include "liteav_control.h"
-#include "roomcore/rtc_engine.h"
 
 namespace capture_suite {
 namespace {
@@ -397,42 +394,6 @@ TEST_F(CaptureTest, ReleasesInsideAnEventOrBesideACreate) {
     other.Release();
     CloseHandle(go);
   }
-}
-
-// A host's wiring of a shared desktop: each frame goes to
-// RTCEngine::PushDesktopFrame, and the SDK's pull gives the same bytes.
-TEST_F(CaptureTest, FramesReachTheSdkPullUnchanged) {
-  for (Kind kind : {kDisplay, kWindow}) {
-    SCOPED_TRACE(Name(kind));
-    LiteavReset();
-    SilentEngineEvents events;
-    RTCEngine* engine = CreaeRTCEngine();
-    engine->Initialize(nullptr, &events);
-    LiteavSetPullRate(0);  // only the test's own pull
-    engine->EnableCaptureDesktopVideo(true);
-    Capture& capture = Open(kind, 640, 360);
-    std::vector<uint8_t> pushed;
-    host_.on_frame = [&](size_t) {
-      const Frame frame = host_.Now().frames.back();
-      if (pushed.empty() &&
-          engine->PushDesktopFrame(frame.bytes.data(), frame.size, frame.width, frame.height, 0))
-        pushed = frame.bytes;
-    };
-    ASSERT_TRUE(capture.Start());
-    ASSERT_TRUE(host_.Frames(host_.Now().frames.size() + 2));
-    capture.Stop();
-    host_.on_frame = nullptr;
-    std::vector<uint8_t> pulled(pushed.size() + 64, 0xEE);
-    TRTCVideoFrame frame;
-    ASSERT_EQ(LiteavPullVideoFrame(pulled.data(), static_cast<uint32_t>(pulled.size()), &frame),
-              static_cast<int32_t>(640 * 360 * 3 / 2));
-    pulled.resize(pushed.size());
-    EXPECT_TRUE(pulled == pushed);
-    engine->EnableCaptureDesktopVideo(false);
-    engine->UnInitialize();
-    ReleaseRTCEngine();
-  }
-  LiteavReset();
 }
 
 }  // namespace
