@@ -21,6 +21,8 @@ struct I420Frame {
 
 // With a non-zero fill, Y is painted 1, U and V 128 (and alpha 128): black as
 // the scaler paints it. With fill 0 the caller overwrites all `size` bytes.
+// Null, and no frame, for a negative size, for one whose bytes don't fit
+// `size`, and when the memory can't be had.
 I420Frame* CreateI420Frame(int width, int height, bool with_alpha, int fill);
 void FreeI420Frame(I420Frame* frame);
 

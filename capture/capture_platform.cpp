@@ -16,8 +16,9 @@ DwmEnableCompositionFunction FindDwmEnableComposition() {
       reinterpret_cast<void*>(GetProcAddress(dwm, "DwmEnableComposition")));
 }
 
-const CapturePlatform kRealPlatform = {&GetCursorInfo, &GetDeviceCaps, &GetWindowsVersion,
-                                       &DwmIsCompositionEnabled, &FindDwmEnableComposition};
+const CapturePlatform kRealPlatform = {
+    &GetCursorInfo, &GetDeviceCaps, &GetWindowsVersion, &DwmIsCompositionEnabled, &FindDwmEnableComposition,
+    &GetDIBits,     &PrintWindow};
 
 std::atomic<const CapturePlatform*> g_platform{&kRealPlatform};
 

@@ -3,8 +3,11 @@
 #include <mmsystem.h>
 
 #include <cstring>
+#include <new>
 
 #include "base/thread_start.h"
+#include "capture/capture_platform.h"
+#include "capture/dib_image_internal.h"
 #include "fundus/fundus.h"
 #include "roomcore/clock.h"
 #include "roomcore/dib_image.h"
@@ -20,6 +23,16 @@ constexpr int kFitAndCentre = 2;
 uint64_t PackSize(int width, int height) {
   return (static_cast<uint64_t>(static_cast<uint32_t>(width)) << 32) | static_cast<uint32_t>(height);
 }
+
+// No size packs to this: widths and heights of a failure are never both -1.
+constexpr uint64_t kNoSize = ~uint64_t(0);
+
+// What GetDIBits may write: at 8 bits a pixel or fewer a whole colour table
+// follows the header.
+struct ReadOutInfo {
+  BITMAPINFOHEADER header;
+  RGBQUAD colors[256];
+};
 
 }  // namespace
 
@@ -47,7 +60,9 @@ CaptureRunner::CaptureRunner(CaptureClient* client, const wchar_t* log_module)
     : client_(client),
       log_module_(log_module),
       stopped_event_(CreateEventW(nullptr, TRUE, TRUE, nullptr)),
-      output_size_(PackSize(1920, 1080)) {}
+      output_size_(PackSize(1920, 1080)),
+      frame_failure_logged_(kNoSize),
+      buffer_failure_logged_(kNoSize) {}
 
 CaptureRunner::~CaptureRunner() {
   Shutdown();
@@ -68,7 +83,7 @@ bool CaptureRunner::Start() {
   base::AutoLock guard(lock_);
   if (capturing_.load()) return false;
   // A thread that outlived the last Stop's wait still owns the buffers.
-  if (WaitForSingleObject(stopped_event_.get(), kStopWaitMs) != WAIT_OBJECT_0) return false;
+  if (base::WaitLettingSentMessagesThrough(stopped_event_.get(), kStopWaitMs) != WAIT_OBJECT_0) return false;
   stop_requested_.store(false);
   capturing_.store(true);
   ResetEvent(stopped_event_.get());
@@ -91,23 +106,38 @@ bool CaptureRunner::Stop() {
   if (stop_requested_.load()) return true;
   stop_requested_.store(true);
   capturing_.store(false);
-  WaitForSingleObject(stopped_event_.get(), kStopWaitMs);
+  base::WaitLettingSentMessagesThrough(stopped_event_.get(), kStopWaitMs);
   return true;
 }
 
 void CaptureRunner::Shutdown() {
   Stop();
   if (!RunEnded() && GetCurrentThreadId() != thread_id_.load()) {
-    WaitForSingleObject(stopped_event_.get(), INFINITE);
+    base::WaitLettingSentMessagesThrough(stopped_event_.get(), INFINITE);
   }
 }
 
+bool CaptureRunner::DestroyAtRunEnd() {
+  // Only the run's own thread, while the run lasts: an ended run may have
+  // left its id to an unrelated thread.
+  if (GetCurrentThreadId() != thread_id_.load() || RunEnded()) return false;
+  stop_requested_.store(true);
+  capturing_.store(false);
+  destroy_at_end_.store(true);
+  return true;
+}
+
 DWORD WINAPI CaptureRunner::ThreadMain(LPVOID param) {
-  static_cast<CaptureRunner*>(param)->Run();
+  auto* runner = static_cast<CaptureRunner*>(param);
+  // Before the first event: a host may release the capture from inside it.
+  runner->thread_id_.store(GetCurrentThreadId());
+  runner->Run();
   return 0;
 }
 
 void CaptureRunner::Run() {
+  frame_failure_logged_ = kNoSize;
+  buffer_failure_logged_ = kNoSize;
   client_->BeginRun();
   const int64_t period = PeriodMicroseconds(frame_rate_.load());
   // Starting from 0 makes the first pass due at once. Each pass counts from
@@ -123,14 +153,31 @@ void CaptureRunner::Run() {
     client_->Pass();
   }
   client_->EndRun();
-  // The last touch of this object by the thread.
+  // Read before the signal: once it is given, an owner that isn't ours to
+  // destroy may be destroyed by the thread that waits for it.
+  const bool destroy = destroy_at_end_.load();
+  CaptureClient* const client = client_;
   SetEvent(stopped_event_.get());
+  if (!destroy) return;
+  // A Start or Stop that another thread is inside finishes first.
+  { base::AutoLock guard(lock_); }
+  client->DestroyOwner();
 }
 
 I420Frame* CaptureRunner::OutputFrame(int width, int height) {
   if (output_frame_ && (output_frame_->width != width || output_frame_->height != height)) FreeOutputFrame();
   if (!output_frame_) output_frame_ = CreateI420Frame(width, height, false, 1);
+  if (!output_frame_)
+    LogFailureOnce(&frame_failure_logged_, L"CaptureThread, no output frame of width: %d, height: %d", width,
+                   height);
   return output_frame_;
+}
+
+void CaptureRunner::LogFailureOnce(uint64_t* logged, const wchar_t* format, int width, int height) const {
+  const uint64_t size = PackSize(width, height);
+  if (*logged == size) return;
+  *logged = size;
+  Util::Log::Info(log_module_, format, width, height);
 }
 
 void CaptureRunner::PrepareOutputFrame() {
@@ -152,16 +199,31 @@ void CaptureRunner::FreeGrabBuffer() {
   grab_buffer_size_ = 0;
 }
 
-const uint8_t* CaptureRunner::ReadOut(HDC dc, HBITMAP bitmap, int width, int height) {
+const uint8_t* CaptureRunner::ReadOut(HDC dc, HBITMAP bitmap, int width, int height, int bits) {
   if (width <= 0 || height <= 0 || !bitmap) return nullptr;
-  BITMAPINFO info;
-  InitBitMapInfo(width, height, true, 32, &info);
-  if (info.bmiHeader.biSizeImage != grab_buffer_size_) {
-    grab_buffer_.reset();
-    grab_buffer_size_ = info.bmiHeader.biSizeImage;
-    grab_buffer_.reset(new uint8_t[grab_buffer_size_]);
+  // Sized in 64 bits: a wrapped size would be a small buffer that the
+  // read-out overruns by gigabytes.
+  const uint64_t bytes = PictureBytes(width, height);
+  if (!FitsSizeField(bytes)) {
+    LogFailureOnce(&buffer_failure_logged_, L"CaptureThread, no grab buffer of width: %d, height: %d", width,
+                   height);
+    return nullptr;
   }
-  if (!GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), grab_buffer_.get(), &info, DIB_RGB_COLORS)) {
+  ReadOutInfo info = {};
+  InitBitMapInfo(width, height, true, bits, reinterpret_cast<BITMAPINFO*>(&info));
+  if (bytes != grab_buffer_size_ || !grab_buffer_) {
+    grab_buffer_.reset();
+    grab_buffer_size_ = 0;
+    grab_buffer_.reset(new (std::nothrow) uint8_t[static_cast<size_t>(bytes)]);
+    if (!grab_buffer_) {
+      LogFailureOnce(&buffer_failure_logged_, L"CaptureThread, no grab buffer of width: %d, height: %d",
+                     width, height);
+      return nullptr;
+    }
+    grab_buffer_size_ = static_cast<uint32_t>(bytes);
+  }
+  if (!Platform().get_di_bits(dc, bitmap, 0, static_cast<UINT>(height), grab_buffer_.get(),
+                              reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS)) {
     return nullptr;
   }
   return grab_buffer_.get();
@@ -173,8 +235,10 @@ void CaptureRunner::Deliver(const uint8_t* data, int width, int height, int64_t 
   int output_height = 0;
   output_size(&output_width, &output_height);
   if (output_width <= 0 || output_height <= 0) return;
-  if (!scaler_) scaler_.reset(new FrameScaler());
   I420Frame* frame = OutputFrame(output_width, output_height);
+  if (!frame) return;
+  if (!scaler_) scaler_.reset(new (std::nothrow) FrameScaler());
+  if (!scaler_) return;
   scaler_->Scale(frame->planes[0], frame->linesizes[0], frame->planes[1], frame->linesizes[1],
                  frame->planes[2], frame->linesizes[2], frame->width, frame->height, data, width * 4, width,
                  height, kPixelFormatBgra, kFitAndCentre);
@@ -190,6 +254,7 @@ void CaptureRunner::DeliverBlack() {
   output_size(&output_width, &output_height);
   if (output_width <= 0 || output_height <= 0) return;
   I420Frame* frame = OutputFrame(output_width, output_height);
+  if (!frame) return;
   const size_t luma = static_cast<size_t>(frame->planes[1] - frame->planes[0]);
   std::memset(frame->planes[0], 1, luma);
   std::memset(frame->planes[1], 128, frame->size - luma);

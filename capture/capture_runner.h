@@ -52,6 +52,9 @@ class CaptureClient {
   // Forward to the host's event, if one is set.
   virtual bool HasEvent() = 0;
   virtual void SendFrame(const uint8_t* data, uint32_t size, int width, int height, int64_t timestamp) = 0;
+  // The owner was released on this thread: destroy it, runner included.
+  // Last thing on the thread.
+  virtual void DestroyOwner() = 0;
 
  protected:
   ~CaptureClient() = default;
@@ -64,16 +67,24 @@ class CaptureRunner {
   CaptureRunner(const CaptureRunner&) = delete;
   CaptureRunner& operator=(const CaptureRunner&) = delete;
 
+  // Every wait below lets messages sent to the waiting thread through: the
+  // capture thread may itself be waiting on a window that thread owns.
+
   // False while capturing, and while a thread that outlived a Stop's wait
   // doesn't end within another wait: two runs never share the buffers.
   bool Start();
-  // Always true; waits up to 10 seconds for the thread to end.
+  // Always true; waits up to 10 seconds for the thread to end (from the
+  // capture thread itself, for all of them).
   bool Stop();
   // Stop, then wait without limit for a thread that outlived Stop's wait, so
   // that it never reads an object that is gone. The owner calls this first
-  // in its destructor. (From the capture thread itself, e.g. an owner
-  // released inside its own event, there is nothing to wait for safely.)
+  // in its destructor.
   void Shutdown();
+  // For a release on the run's own thread (a host inside its own event):
+  // ends the run without waiting and hands the owner's destruction to the
+  // thread's end (CaptureClient::DestroyOwner). False anywhere else: the
+  // caller destroys the owner itself.
+  bool DestroyAtRunEnd();
 
   bool capturing() const { return capturing_.load(); }
   bool stop_requested() const { return stop_requested_.load(); }
@@ -91,11 +102,11 @@ class CaptureRunner {
   void FreeOutputFrame();
   void DestroyScaler();
   void FreeGrabBuffer();
-  // Reads `bitmap` out as packed BGRA, top line first, into the reused grab
-  // buffer. Null if there is nothing to read or GetDIBits fails. The scaler
-  // reads 4-byte BGRA whatever the screen's depth, and the buffer is sized
-  // for it, so GetDIBits is always asked for 32 bits and converts.
-  const uint8_t* ReadOut(HDC dc, HBITMAP bitmap, int width, int height);
+  // Reads `bitmap` out top line first, at `bits` a pixel, into the reused
+  // grab buffer, which holds 4 bytes a pixel whatever the depth (the scaler
+  // reads BGRA). Null if there is nothing to read, GetDIBits fails, or the
+  // buffer's size doesn't fit 32 bits or can't be allocated (logged once).
+  const uint8_t* ReadOut(HDC dc, HBITMAP bitmap, int width, int height, int bits);
   uint32_t grab_buffer_size() const { return grab_buffer_size_; }
   // Fits a packed BGRA picture into the output frame and hands it to the
   // host, unless a stop came or the output size is empty.
@@ -109,7 +120,12 @@ class CaptureRunner {
   static DWORD WINAPI ThreadMain(LPVOID param);
   void Run();
   bool RunEnded() const;
+  // The output frame at this size, or null (logged once) when there can be
+  // no frame of it.
   I420Frame* OutputFrame(int width, int height);
+  // Logs `format` with the size unless this failure was logged for this
+  // size in this run.
+  void LogFailureOnce(uint64_t* logged, const wchar_t* format, int width, int height) const;
 
   CaptureClient* const client_;
   const wchar_t* const log_module_;
@@ -122,12 +138,17 @@ class CaptureRunner {
   std::atomic<bool> draw_cursor_{true};
   std::atomic<uint64_t> output_size_;
   std::atomic<DWORD> thread_id_{0};
+  // Set only on the capture thread, read by it at the end of the run.
+  std::atomic<bool> destroy_at_end_{false};
 
   // Owned by the capture thread while a run lasts.
   std::unique_ptr<uint8_t[]> grab_buffer_;
   uint32_t grab_buffer_size_ = 0;
   I420Frame* output_frame_ = nullptr;
   std::unique_ptr<FrameScaler> scaler_;
+  // The sizes whose failures this run has logged (packed; kNoSize: none).
+  mutable uint64_t frame_failure_logged_;
+  mutable uint64_t buffer_failure_logged_;
 };
 
 }  // namespace capture

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
+#include <memory>
+#include <new>
 
 #include "capture/dib_image_internal.h"
 #include "capture/scoped_gdi.h"
@@ -20,7 +21,11 @@ void InitBitMapInfoHeader(int width, int height, bool top_down, int bit_count, B
   header->biPlanes = 1;
   header->biBitCount = static_cast<WORD>(bit_count);
   header->biCompression = BI_RGB;
-  header->biSizeImage = static_cast<DWORD>(width) * static_cast<DWORD>(height) * 4;
+  // A size the field can't hold would wrap to a small buffer that the
+  // read-out then overruns. 0 means "not given" in a bitmap header: a reader
+  // works the size out from the dimensions, and the captures refuse it.
+  const uint64_t bytes = capture::PictureBytes(width, height);
+  header->biSizeImage = bytes <= UINT32_MAX ? static_cast<DWORD>(bytes) : 0;
 }
 
 void InitBitMapInfo(int width, int height, bool top_down, int bit_count, BITMAPINFO* info) {
@@ -42,14 +47,19 @@ uint64_t PixelBytes(const BITMAPINFOHEADER& header) {
   return static_cast<uint64_t>((width * bits_per_pixel + 31) / 32 * 4 * height);
 }
 
-// Both blocks copied, or neither.
+// Both blocks copied, or neither: a header whose pixels this process can't
+// address or allocate gives an empty image.
 void CopyImage(const BITMAPINFO* source_info, const uint8_t* source_bits, BITMAPINFO** info, uint8_t** bits) {
   if (!source_info || !source_bits) return;
-  *info = new BITMAPINFO;
-  std::memcpy(*info, source_info, sizeof(BITMAPINFO));
-  const size_t size = static_cast<size_t>(PixelBytes((*info)->bmiHeader));
-  *bits = new uint8_t[size];
-  std::memcpy(*bits, source_bits, size);
+  const uint64_t size = PixelBytes(source_info->bmiHeader);
+  if (size > SIZE_MAX) return;
+  std::unique_ptr<BITMAPINFO> copied_info(new (std::nothrow) BITMAPINFO);
+  std::unique_ptr<uint8_t[]> copied_bits(new (std::nothrow) uint8_t[static_cast<size_t>(size)]);
+  if (!copied_info || !copied_bits) return;
+  std::memcpy(copied_info.get(), source_info, sizeof(BITMAPINFO));
+  std::memcpy(copied_bits.get(), source_bits, static_cast<size_t>(size));
+  *info = copied_info.release();
+  *bits = copied_bits.release();
 }
 
 DeviceCapsFunction g_device_caps = &GetDeviceCaps;
@@ -124,17 +134,17 @@ bool DibImage::Save(const std::wstring& path) const {
   // black instead of reading past the block; beyond any size a bitmap can
   // have, it is made without pixels and fails on its own.
   const uint8_t* pixels = bits;
-  std::vector<uint8_t> padded;
+  std::unique_ptr<uint8_t[]> padded;
   if (width > 0 && height > 0 && planes > 0 && depth > 0) {
     const uint64_t needed = static_cast<uint64_t>((width * depth * planes + 15) / 16 * 2 * height);
     const uint64_t held = PixelBytes(source);
     if (needed > held) {
-      if (needed <= kMaxBitmapBytes) {
-        padded.assign(static_cast<size_t>(needed), 0);
-        std::memcpy(padded.data(), bits, static_cast<size_t>(held));
-        pixels = padded.data();
-      } else {
-        pixels = nullptr;
+      pixels = nullptr;
+      if (needed <= kMaxBitmapBytes && needed <= SIZE_MAX) {
+        padded.reset(new (std::nothrow) uint8_t[static_cast<size_t>(needed)]());
+        if (!padded) return false;
+        std::memcpy(padded.get(), bits, static_cast<size_t>(held));
+        pixels = padded.get();
       }
     }
   }
@@ -161,10 +171,16 @@ bool DibImage::Save(const std::wstring& path) const {
   // each line to 4 bytes, so the block is sized for whichever is larger.
   const uint64_t bm_width = object.bmWidth > 0 ? object.bmWidth : 0;
   const uint64_t bm_height = object.bmHeight > 0 ? object.bmHeight : 0;
-  const DWORD image_size = static_cast<DWORD>(bm_width * bm_height * file_depth / 8);
+  const uint64_t file_image_size = bm_width * bm_height * static_cast<uint64_t>(file_depth) / 8;
   const uint64_t read_size = (bm_width * file_depth + 31) / 32 * 4 * bm_height;
-  const SIZE_T block_size =
-      sizeof(BITMAPINFOHEADER) + static_cast<SIZE_T>(std::max<uint64_t>(image_size, read_size));
+  const uint64_t block_bytes = sizeof(BITMAPINFOHEADER) + std::max<uint64_t>(file_image_size, read_size);
+  // The file's size field is 32 bits wide.
+  if (file_image_size > UINT32_MAX - sizeof(BITMAPFILEHEADER) - sizeof(BITMAPINFOHEADER) ||
+      block_bytes > SIZE_MAX) {
+    return false;
+  }
+  const DWORD image_size = static_cast<DWORD>(file_image_size);
+  const SIZE_T block_size = static_cast<SIZE_T>(block_bytes);
 
   capture::ScopedGlobal block(GlobalAlloc(GHND, block_size));
   if (!block) return false;

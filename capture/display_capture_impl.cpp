@@ -3,8 +3,10 @@
 #include <mmsystem.h>
 
 #include <atomic>
+#include <new>
 
 #include "capture/capture_platform.h"
+#include "capture/dib_image_internal.h"
 #include "capture/draw_cursor.h"
 #include "capture/scoped_gdi.h"
 #include "roomcore/clock.h"
@@ -19,6 +21,13 @@ std::atomic<DisplayCaptureImpl*> g_display_capture{nullptr};
 bool CopyScreen(HDC screen, const capture::MemoryPicture& picture, int width, int height, int left, int top) {
   if (!picture.valid()) return false;
   return StretchBlt(picture.dc(), 0, 0, width, height, screen, left, top, width, height, SRCCOPY) != FALSE;
+}
+
+// The depth a grab asks the read-out for; a screen that tells none counts as
+// 32 bits.
+int GrabDepth(HDC screen) {
+  const int bits = capture::Platform().get_device_caps(screen, BITSPIXEL);
+  return bits != 0 ? bits : 32;
 }
 
 // Device pixels per pixel the process sees; a record without a monitor
@@ -40,14 +49,24 @@ DisplayCapture* DisplayCapture::Create() {
 
 void DisplayCapture::Release(DisplayCapture* capture) {
   if (!capture) return;
-  delete capture;
-  g_display_capture.store(nullptr);
+  auto* impl = static_cast<DisplayCaptureImpl*>(capture);
+  // Cleared first: a Create on another thread while this object is being
+  // destroyed makes a new one instead of handing out the dying one.
+  DisplayCaptureImpl* expected = impl;
+  g_display_capture.compare_exchange_strong(expected, nullptr);
+  impl->Destroy();
 }
 
 DisplayCaptureImpl::DisplayCaptureImpl() : runner_(this, L"DisplayCaptureImpl") {
   Enumerate();
   if (!displays_.empty()) current_display_ = displays_.front();
 }
+
+void DisplayCaptureImpl::Destroy() {
+  if (!runner_.DestroyAtRunEnd()) delete this;
+}
+
+void DisplayCaptureImpl::DestroyOwner() { delete this; }
 
 DisplayCaptureImpl::~DisplayCaptureImpl() {
   runner_.Shutdown();
@@ -115,12 +134,24 @@ DibImage* DisplayCaptureImpl::CaptureImage(const DisplayInfo* display) {
                   display->monitor_rect.top)) {
     return nullptr;
   }
-  BITMAPINFO info;
-  InitBitMapInfo(width, height, true, 32, &info);
-  std::unique_ptr<uint8_t[]> pixels(new uint8_t[info.bmiHeader.biSizeImage]);
-  if (GetDIBits(picture.dc(), picture.bitmap(), 0, static_cast<UINT>(height), pixels.get(), &info,
-                DIB_RGB_COLORS)) {
-    image_.reset(new DibImage(&info, pixels.get()));
+  // Sized in 64 bits: a wrapped size would be a small buffer that the
+  // read-out overruns.
+  const uint64_t bytes = capture::PictureBytes(width, height);
+  if (!capture::FitsSizeField(bytes)) return nullptr;
+  // With room for the colour table that the read-out writes at 8 bits a
+  // pixel or fewer; the image keeps the first entry.
+  struct {
+    BITMAPINFOHEADER header;
+    RGBQUAD colors[256];
+  } info = {};
+  InitBitMapInfo(width, height, true, GrabDepth(screen.get()), reinterpret_cast<BITMAPINFO*>(&info));
+  std::unique_ptr<uint8_t[]> pixels(new (std::nothrow) uint8_t[static_cast<size_t>(bytes)]);
+  if (!pixels) return nullptr;
+  if (capture::Platform().get_di_bits(picture.dc(), picture.bitmap(), 0, static_cast<UINT>(height),
+                                      pixels.get(), reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS)) {
+    image_.reset(new (std::nothrow) DibImage(reinterpret_cast<const BITMAPINFO*>(&info), pixels.get()));
+    // An image that couldn't copy the pixels is empty: no picture.
+    if (image_ && !image_->bits_data()) image_.reset();
   }
   return image_.get();
 }
@@ -177,7 +208,8 @@ void DisplayCaptureImpl::Grab(const GrabArea& area) {
         const double scale_y = Scale(area.height, area.monitor_rect.bottom - area.monitor_rect.top);
         capture::DrawCursor(desktop, picture.dc(), area.monitor_rect, scale_x, scale_y);
       }
-      const uint8_t* pixels = runner_.ReadOut(picture.dc(), picture.bitmap(), area.width, area.height);
+      const uint8_t* pixels =
+          runner_.ReadOut(picture.dc(), picture.bitmap(), area.width, area.height, GrabDepth(screen.get()));
       if (pixels) runner_.Deliver(pixels, area.width, area.height, TimeMicroseconds());
     }
   }

@@ -30,6 +30,10 @@ class DisplayCaptureImpl : public DisplayCapture, private capture::CaptureClient
   bool Stop() override;
   bool IsCapturing() override;
 
+  // Release's part: destroys the object now, or, on the capture's own
+  // thread, when that thread's run has ended.
+  void Destroy();
+
  private:
   // What a grab reads of the current display, copied whole under
   // `selection_lock_` so that a SelectDisplay during a grab never shows half.
@@ -50,6 +54,7 @@ class DisplayCaptureImpl : public DisplayCapture, private capture::CaptureClient
   void EndRun() override;
   bool HasEvent() override;
   void SendFrame(const uint8_t* data, uint32_t size, int width, int height, int64_t timestamp) override;
+  void DestroyOwner() override;
 
   base::Lock lock_;
   base::Lock selection_lock_;  // current_display_ only; taken inside lock_ or alone

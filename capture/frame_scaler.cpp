@@ -1,6 +1,7 @@
 #include "capture/frame_scaler.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 extern "C" {
@@ -15,13 +16,6 @@ namespace {
 constexpr int kStretch = 1;
 constexpr uint8_t kBlackLuma = 1;
 constexpr uint8_t kBlackChroma = 128;
-
-// The fit is worked out in 32-bit signed integers; the product goes through
-// unsigned arithmetic so that sizes beyond any screen wrap as 32-bit integers
-// do instead of being undefined.
-int32_t Mul32(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
 
 // Writes `value` to the bytes [0, length) of `plane` that the placing of a
 // picture will not cover: `rows` lines from line `first_row`, `columns` bytes
@@ -40,6 +34,20 @@ void PaintAround(uint8_t* plane, size_t length, int stride, int first_row, int r
 }
 
 }  // namespace
+
+FrameScaler::Size FrameScaler::Fit(int width, int height, int source_width, int source_height, int mode) {
+  // Modes 0 and 2 fit and centre; a value without a meaning of its own is
+  // taken as fitting too, the mode that keeps the picture's proportions.
+  if (mode == kStretch || width <= 0 || height <= 0 || source_width <= 0 || source_height <= 0) {
+    return Size{width, height};
+  }
+  // In 64 bits: products of real sizes pass 2^31, and a wrapped product could
+  // make a fitted picture larger than the target it is placed into. Each
+  // quotient is at most the target's own side, so it fits back into 32 bits.
+  const int64_t w = width, h = height, sw = source_width, sh = source_height;
+  if (sw * h < sh * w) return Size{static_cast<int>(h * sw / sh), height};
+  return Size{width, static_cast<int>(w * sh / sw)};
+}
 
 FrameScaler::FrameScaler() = default;
 
@@ -68,19 +76,9 @@ void FrameScaler::Rebuild(int width, int height, int source_width, int source_he
   // failure below can never leave a stale context next to a new image.
   Release();
 
-  // Modes 0 and 2 fit and centre; a value without a meaning of its own is
-  // taken as fitting too, the mode that keeps the picture's proportions.
-  int fitted_width = width;
-  int fitted_height = height;
-  if (mode != kStretch) {
-    if (Mul32(source_width, height) < Mul32(source_height, width)) {
-      fitted_height = height;
-      fitted_width = Mul32(height, source_width) / source_height;
-    } else {
-      fitted_width = width;
-      fitted_height = Mul32(width, source_height) / source_width;
-    }
-  }
+  const Size fitted = Fit(width, height, source_width, source_height, mode);
+  const int fitted_width = fitted.width;
+  const int fitted_height = fitted.height;
 
   Image image = {};
   image.width = fitted_width;
@@ -111,6 +109,17 @@ void FrameScaler::Scale(uint8_t* y, int y_linesize, uint8_t* u, int u_linesize, 
   // fit) are refused before they reach the rebuild, like a failed rebuild.
   if (width <= 0 || height <= 0 || source_width <= 0 || source_height <= 0 || !source || !y || !u || !v) {
     return;
+  }
+  // The painted area (line size times lines) is worked out in 64 bits: one
+  // beyond what this process can address is no buffer of its, and wrapped it
+  // would be painted short or far past its end.
+  if (mode != kStretch) {
+    const int64_t chroma_height = (static_cast<int64_t>(height) + 1) / 2;
+    for (int64_t bytes :
+         {static_cast<int64_t>(y_linesize) * height, static_cast<int64_t>(u_linesize) * chroma_height,
+          static_cast<int64_t>(v_linesize) * chroma_height}) {
+      if (bytes < 0 || static_cast<uint64_t>(bytes) > SIZE_MAX) return;
+    }
   }
   if (width != output_width_ || height != output_height_ || source_width != source_width_ ||
       source_height != source_height_ || mode != mode_ || source_format != source_format_) {

@@ -21,6 +21,15 @@ class FrameScaler {
              int height, const uint8_t* source, int source_linesize, int source_width, int source_height,
              int source_format, int mode);
 
+  struct Size {
+    int width;
+    int height;
+  };
+  // The size `source` is fitted to in the target: in modes 0 and 2 aspect
+  // ratio kept, divisions truncating, never beyond the target; in mode 1 the
+  // target's own.
+  static Size Fit(int width, int height, int source_width, int source_height, int mode);
+
   // For tests and benchmarks: how often the conversion was set up anew, and the
   // size the picture was fitted to by the last rebuild (0 if it failed).
   int rebuild_count() const { return rebuild_count_; }

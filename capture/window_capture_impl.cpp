@@ -51,11 +51,21 @@ WindowCapture* WindowCapture::Create() {
 
 void WindowCapture::Release(WindowCapture* capture) {
   if (!capture) return;
-  delete capture;
-  g_window_capture.store(nullptr);
+  auto* impl = static_cast<WindowCaptureImpl*>(capture);
+  // Cleared first: a Create on another thread while this object is being
+  // destroyed makes a new one instead of handing out the dying one.
+  WindowCaptureImpl* expected = impl;
+  g_window_capture.compare_exchange_strong(expected, nullptr);
+  impl->Destroy();
 }
 
 WindowCaptureImpl::WindowCaptureImpl() : runner_(this, L"WindowCaptureImpl") {}
+
+void WindowCaptureImpl::Destroy() {
+  if (!runner_.DestroyAtRunEnd()) delete this;
+}
+
+void WindowCaptureImpl::DestroyOwner() { delete this; }
 
 WindowCaptureImpl::~WindowCaptureImpl() { runner_.Shutdown(); }
 
@@ -141,7 +151,7 @@ void WindowCaptureImpl::Grab(HWND target) {
     if (dc.get() && trimmed_width > 0 && trimmed_height > 0) {
       capture::MemoryPicture full(dc.get(), width, height);
       if (platform.windows_version() >= kFirstPrintWindowVersion) {
-        PrintWindow(target, full.dc(), kRenderFullContent);
+        platform.print_window(target, full.dc(), kRenderFullContent);
       } else {
         StretchBlt(full.dc(), 0, 0, width, height, dc.get(), 0, 0, width, height, SRCCOPY);
       }
@@ -154,7 +164,11 @@ void WindowCaptureImpl::Grab(HWND target) {
                    WindowCaptureImpl::kLeftOffset, WindowCaptureImpl::kTopOffset, trimmed_width,
                    trimmed_height, SRCCOPY);
       }
-      const uint8_t* pixels = runner_.ReadOut(trimmed.dc(), trimmed.bitmap(), trimmed_width, trimmed_height);
+      // The depth as the window's context tells it, 0 included: unlike a
+      // display grab there is no fallback.
+      const int bits = platform.get_device_caps(dc.get(), BITSPIXEL);
+      const uint8_t* pixels =
+          runner_.ReadOut(trimmed.dc(), trimmed.bitmap(), trimmed_width, trimmed_height, bits);
       // A window that went away during the grab leaves a picture of nothing.
       if (pixels && IsWindow(target))
         runner_.Deliver(pixels, trimmed_width, trimmed_height, TimeMicroseconds());

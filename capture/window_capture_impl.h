@@ -29,6 +29,10 @@ class WindowCaptureImpl : public WindowCapture, private capture::CaptureClient {
   bool Stop() override;
   bool IsCapturing() override;
 
+  // Release's part: destroys the object now, or, on the capture's own
+  // thread, when that thread's run has ended.
+  void Destroy();
+
  private:
   void Grab(HWND target);
 
@@ -38,6 +42,7 @@ class WindowCaptureImpl : public WindowCapture, private capture::CaptureClient {
   void EndRun() override;
   bool HasEvent() override;
   void SendFrame(const uint8_t* data, uint32_t size, int width, int height, int64_t timestamp) override;
+  void DestroyOwner() override;
 
   std::atomic<HWND> window_{nullptr};
   std::atomic<WindowCaptureEvent*> event_{nullptr};

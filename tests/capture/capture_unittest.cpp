@@ -1,316 +1,371 @@
-// The captures' inner pieces and the cases a virtual display can't show by
-// itself: cursor facts, display scale, an old Windows with composition on.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
+// The captures' inner pieces, and what a virtual display can't show by
+// itself, through the platform table: the cursor, a scaled display, the
+// screen's depth, an old Windows with composition on, a grab that sends a
+// message to the thread that waits for it, a thread that can't start.
 #include <string>
-#include <vector>
 
+#include "base/i420_frame.h"
 #include "base/thread_start.h"
 #include "capture/capture_platform.h"
 #include "capture/capture_runner.h"
 #include "capture/draw_cursor.h"
+#include "capture/frame_scaler.h"
 #include "capture/window_capture_impl.h"
-#include "capture_test_support.h"
-#include "common/log_capture.h"
+#include "capture_fixture.h"
 
-namespace capture_test {
+namespace capture_suite {
 namespace {
 
-// The platform table the tests steer; each field starts as the real call.
+// The platform as the tests steer it, installed while it lives; each entry
+// is the real call unless a test sets otherwise. The cursor is a white
+// 32 x 32 square with its hotspot in the top left corner.
 struct FakePlatform {
-  static capture::CapturePlatform table;
-  static std::atomic<bool> cursor_showing;
-  static POINT cursor_position;
-  static HCURSOR cursor;
-  static double scale;  // device pixels per logical pixel
-  static int version;
-  static BOOL composition;
-  static std::vector<UINT> enable_calls;
-
-  static BOOL WINAPI GetCursorInfo(PCURSORINFO info) {
-    info->flags = cursor_showing.load() ? CURSOR_SHOWING : 0;
-    info->hCursor = cursor;
-    info->ptScreenPos = cursor_position;
+  explicit FakePlatform(Host* h = nullptr)
+      : table{&CursorInfo, &DeviceCaps, &Version, &CompositionEnabled, &FindEnableComposition,
+              &DIBits,     &Print},
+        host(h) {
+    std::vector<BYTE> and_plane(128, 0x00), xor_plane(128, 0xFF);
+    cursor = CreateCursor(GetModuleHandleW(nullptr), 0, 0, 32, 32, and_plane.data(), xor_plane.data());
+    self = this;
+    capture::SetCapturePlatformForTesting(&table);
+  }
+  ~FakePlatform() {
+    capture::SetCapturePlatformForTesting(nullptr);
+    DestroyCursor(cursor);
+    CloseHandle(read_out), CloseHandle(print_go);
+  }
+  static BOOL WINAPI CursorInfo(PCURSORINFO info) {
+    info->flags = self->cursor_showing ? CURSOR_SHOWING : 0, info->hCursor = self->cursor;
+    info->ptScreenPos = self->cursor_at;
     return TRUE;
   }
-  static int WINAPI GetDeviceCaps(HDC dc, int index) {
-    const int real = ::GetDeviceCaps(dc, index);
-    if (index == DESKTOPHORZRES || index == DESKTOPVERTRES) return static_cast<int>(real * scale);
-    return real;
+  static int WINAPI DeviceCaps(HDC dc, int index) {
+    const int real = GetDeviceCaps(dc, index);
+    if (index == DESKTOPHORZRES || index == DESKTOPVERTRES) return static_cast<int>(real * self->scale);
+    return index == BITSPIXEL && self->bits_per_pixel >= 0 ? self->bits_per_pixel : real;
   }
-  static int WindowsVersion() { return version; }
-  static HRESULT WINAPI DwmIsCompositionEnabled(BOOL* enabled) {
-    *enabled = composition;
-    return S_OK;
+  static int Version() { return self->version; }
+  static HRESULT WINAPI CompositionEnabled(BOOL* enabled) { return *enabled = self->composition, S_OK; }
+  static HRESULT WINAPI EnableComposition(UINT action) {
+    self->statuses_at_enable = self->host->Now().statuses.size();
+    return self->enable_calls.push_back(action), S_OK;
   }
-  static HRESULT WINAPI DwmEnableComposition(UINT action) {
-    enable_calls.push_back(action);
-    return S_OK;
+  static capture::DwmEnableCompositionFunction FindEnableComposition() { return &EnableComposition; }
+  static int WINAPI DIBits(HDC dc, HBITMAP bitmap, UINT start, UINT lines, LPVOID bits, LPBITMAPINFO info,
+                           UINT use) {
+    self->asked_bits = info->bmiHeader.biBitCount;
+    const int result = GetDIBits(dc, bitmap, start, lines, bits, info, use);
+    SetEvent(self->read_out);
+    return result;
   }
-  static capture::DwmEnableCompositionFunction FindDwmEnableComposition() { return &DwmEnableComposition; }
+  // With `send_to` set, the window grab tells it is in progress, waits for
+  // `print_go` and sends to that window before it prints.
+  static BOOL WINAPI Print(HWND window, HDC target, UINT flags) {
+    if (HWND to = self->send_to.exchange(nullptr)) {
+      SetEvent(self->read_out), WaitForSingleObject(self->print_go, INFINITE),
+          SendMessageW(to, WM_NULL, 0, 0);
+    }
+    return PrintWindow(window, target, flags);
+  }
+
+  static FakePlatform* self;
+  capture::CapturePlatform table;
+  Host* host;
+  size_t statuses_at_enable = 99;
+  HCURSOR cursor;
+  bool cursor_showing = true;
+  POINT cursor_at = {0, 0};
+  double scale = 1.0;  // device pixels per logical pixel
+  int version = 7, bits_per_pixel = -1;
+  BOOL composition = FALSE;
+  std::vector<UINT> enable_calls;
+  std::atomic<int> asked_bits{-1};
+  HANDLE read_out = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  std::atomic<HWND> send_to{nullptr};
+  HANDLE print_go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 };
+FakePlatform* FakePlatform::self = nullptr;
 
-capture::CapturePlatform FakePlatform::table = {};
-std::atomic<bool> FakePlatform::cursor_showing{true};
-POINT FakePlatform::cursor_position = {};
-HCURSOR FakePlatform::cursor = nullptr;
-double FakePlatform::scale = 1.0;
-int FakePlatform::version = 7;
-BOOL FakePlatform::composition = FALSE;
-std::vector<UINT> FakePlatform::enable_calls;
-
-// A white 32 x 32 cursor with its hotspot in the top left corner: where it
-// is drawn shows exactly.
-HCURSOR WhiteSquareCursor() {
-  std::vector<BYTE> and_plane(32 * 4, 0x00);
-  std::vector<BYTE> xor_plane(32 * 4, 0xFF);
-  return CreateCursor(GetModuleHandleW(nullptr), 0, 0, 32, 32, and_plane.data(), xor_plane.data());
-}
-
-class CaptureSeamTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    FakePlatform::table = capture::Platform();
-    FakePlatform::cursor = WhiteSquareCursor();
-    ASSERT_NE(FakePlatform::cursor, nullptr);
-    FakePlatform::cursor_showing = true;
-    FakePlatform::cursor_position = {0, 0};
-    FakePlatform::scale = 1.0;
-    FakePlatform::version = 7;
-    FakePlatform::composition = FALSE;
-    FakePlatform::enable_calls.clear();
-    FakePlatform::table.get_cursor_info = &FakePlatform::GetCursorInfo;
-    FakePlatform::table.get_device_caps = &FakePlatform::GetDeviceCaps;
-    FakePlatform::table.windows_version = &FakePlatform::WindowsVersion;
-    FakePlatform::table.dwm_is_composition_enabled = &FakePlatform::DwmIsCompositionEnabled;
-    FakePlatform::table.find_dwm_enable_composition = &FakePlatform::FindDwmEnableComposition;
-    capture::SetCapturePlatformForTesting(&FakePlatform::table);
+TEST_F(CaptureTest, PeriodsAndTrims) {
+  const int periods[][2] = {{12, 83333}, {30, 33333}, {15, 66667}, {0, 83333}};
+  for (const auto& p : periods) EXPECT_EQ(capture::PeriodMicroseconds(p[0]), p[1]) << p[0];
+  const int trims[][4] = {
+      {1280, 720, 1264, 706}, {1001, 701, 984, 686}, {1500, 900, 1484, 886}, {16, 14, 0, 0}};
+  for (const auto& t : trims) {
+    EXPECT_EQ(capture::TrimmedWidth(t[0]), t[2]) << t[0];
+    EXPECT_EQ(capture::TrimmedHeight(t[1]), t[3]) << t[1];
   }
-  void TearDown() override {
-    capture::SetCapturePlatformForTesting(nullptr);
-    DestroyCursor(FakePlatform::cursor);
-  }
-};
-
-// A black memory picture to draw a cursor into.
-class BlackPicture {
- public:
-  BlackPicture(int width, int height) : screen_(GetDC(nullptr)), picture_(screen_, width, height) {
-    RECT all = {0, 0, width, height};
-    FillRect(picture_.dc(), &all, static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH)));
-  }
-  ~BlackPicture() { ReleaseDC(nullptr, screen_); }
-  HDC dc() const { return picture_.dc(); }
-  bool White(int x, int y) const { return (GetPixel(picture_.dc(), x, y) & 0xFFFFFF) == 0xFFFFFF; }
-
- private:
-  HDC screen_;
-  capture::MemoryPicture picture_;
-};
-
-TEST(CapturePacing, ThePeriodIsTheRoundedReciprocalOfTheRate) {
-  EXPECT_EQ(capture::PeriodMicroseconds(12), 83333);
-  EXPECT_EQ(capture::PeriodMicroseconds(30), 33333);
-  EXPECT_EQ(capture::PeriodMicroseconds(15), 66667);
-  EXPECT_EQ(capture::PeriodMicroseconds(0), 83333);  // no rate: the default
 }
 
-TEST(WindowTrim, SixteenColumnsAndFourteenLinesOffThenEven) {
-  EXPECT_EQ(capture::TrimmedWidth(1280), 1264);
-  EXPECT_EQ(capture::TrimmedHeight(720), 706);
-  EXPECT_EQ(capture::TrimmedWidth(1001), 984);
-  EXPECT_EQ(capture::TrimmedHeight(701), 686);
-  EXPECT_EQ(capture::TrimmedWidth(1500), 1484);
-  EXPECT_EQ(capture::TrimmedHeight(900), 886);
-  EXPECT_LE(capture::TrimmedWidth(16), 0);
-  EXPECT_LE(capture::TrimmedHeight(10), 0);
-}
-
-TEST_F(CaptureSeamTest, TheCursorIsPlacedByTheScaleAndDrawnAtItsOwnSize) {
-  BlackPicture picture(400, 300);
-  // 100 units right of the monitor's left edge on a display scaled 1.25.
-  FakePlatform::cursor_position = {100, 40};
-  capture::DrawCursor(GetDesktopWindow(), picture.dc(), RECT{0, 0, 320, 240}, 1.25, 1.25);
-  EXPECT_TRUE(picture.White(125, 50));
-  EXPECT_FALSE(picture.White(124, 50));
-  EXPECT_FALSE(picture.White(125, 49));
-  EXPECT_TRUE(picture.White(125 + 31, 50 + 31));  // not scaled: 32 pixels
-  EXPECT_FALSE(picture.White(125 + 32, 50));
-}
-
-TEST_F(CaptureSeamTest, TheCursorIsPlacedRelativeToTheWindowAndTheRectangle) {
+// Placed by the scale, relative to the window's corner plus the rectangle's,
+// drawn at its own size; not at all while hidden.
+TEST_F(CaptureTest, TheCursorIsPlacedByScaleWindowAndRectangle) {
+  FakePlatform fake;
   TestWindow window(200, 100, 300, 200);
-  BlackPicture picture(300, 200);
-  FakePlatform::cursor_position = {260, 130};
-  capture::DrawCursor(window.hwnd(), picture.dc(), RECT{10, 5, 0, 0}, 1.0, 1.0);
-  EXPECT_TRUE(picture.White(50, 25));
-  EXPECT_FALSE(picture.White(49, 25));
-  EXPECT_FALSE(picture.White(50, 24));
+  struct Case {
+    HWND window;
+    RECT rect;
+    POINT at;
+    double scale;
+    bool showing;
+    POINT drawn;
+  } cases[] = {{GetDesktopWindow(), {0, 0, 320, 240}, {100, 40}, 1.25, true, {125, 50}},
+               {window.hwnd(), {10, 5, 0, 0}, {260, 130}, 1.0, true, {50, 25}},
+               {GetDesktopWindow(), {0, 0, 200, 200}, {10, 10}, 1.0, false, {10, 10}}};
+  HDC screen = GetDC(nullptr);
+  for (const Case& c : cases) {
+    capture::MemoryPicture picture(screen, 400, 300);
+    RECT all = {0, 0, 400, 300};
+    FillRect(picture.dc(), &all, static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH)));
+    fake.cursor_at = c.at, fake.cursor_showing = c.showing;
+    capture::DrawCursor(c.window, picture.dc(), c.rect, c.scale, c.scale);
+    auto white = [&](int x, int y) { return (GetPixel(picture.dc(), x, y) & 0xFFFFFF) == 0xFFFFFF; };
+    const int x = c.drawn.x, y = c.drawn.y;
+    EXPECT_EQ(white(x, y) && white(x + 31, y + 31), c.showing) << x;
+    EXPECT_FALSE(white(x - 1, y) || white(x, y - 1) || white(x + 32, y) || white(x, y + 32)) << x;
+  }
+  ReleaseDC(nullptr, screen);
 }
 
-TEST_F(CaptureSeamTest, AHiddenCursorIsNotDrawn) {
-  BlackPicture picture(200, 200);
-  FakePlatform::cursor_showing = false;
-  FakePlatform::cursor_position = {10, 10};
-  capture::DrawCursor(GetDesktopWindow(), picture.dc(), RECT{0, 0, 200, 200}, 1.0, 1.0);
-  EXPECT_FALSE(picture.White(20, 20));
+// A fresh capture of either kind: 1920 x 1080 frames, 12 a second (also
+// when the window capture is given 0 or less), the cursor drawn. The window's
+// cursor goes into the untrimmed picture: 100, 50 from the window's corner
+// is 92, 43 in the trimmed 384 x 286, fitted 3.776 times into 1450 x 1080
+// at column 235.
+TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
+  FakePlatform fake;
+  TestWindow cover(0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN), true),
+      window(0, 0, 400, 300);
+  cover.Fill(kBlack), window.Fill(kBlack);
+  const std::pair<Kind, int> cases[] = {{kDisplay, 1}, {kWindow, 1}, {kWindow, 0}, {kWindow, -5}};
+  for (const auto& [kind, rate] : cases) {  // rate 1: SetFrameRate isn't called
+    SCOPED_TRACE(Name(kind) + std::to_string(rate));
+    host_.Clear();
+    Capture capture(kind);
+    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
+    if (rate < 1) capture.window->SetFrameRate(rate);
+    if (kind == kWindow) capture.window->SelectWindow(window.hwnd());
+    fake.cursor_at = kind == kDisplay ? POINT{100, 80} : POINT{100, 50};
+    ASSERT_TRUE(capture.Start());
+    ASSERT_TRUE(host_.Frames(7));
+    capture.Release();
+    const Record record = host_.Now();
+    EXPECT_EQ(record.frames.back().width, 1920);
+    EXPECT_EQ(record.frames.back().height, 1080);
+    std::vector<int64_t> intervals = record.Intervals(2);
+    std::sort(intervals.begin(), intervals.end());
+    EXPECT_GE(intervals[intervals.size() / 2], 83333 - 10000);
+    EXPECT_LE(intervals[intervals.size() / 2], 83333 + 20000);
+    // 1280 x 1024 fitted 1.0547 times at column 285; the cursor from 100, 80.
+    const POINT inside =
+        kind == kDisplay ? POINT{285 + 116 * 1080 / 1024, 96 * 1080 / 1024} : POINT{593, 173};
+    const POINT outside = kind == kDisplay ? POINT{285 + 96 * 1080 / 1024, 70 * 1080 / 1024}
+                                           : POINT{235 + 128 * 3776 / 1000, 78 * 3776 / 1000};
+    EXPECT_LUMA(record.frames.back(), inside.x, inside.y, kWhite);
+    EXPECT_LUMA(record.frames.back(), outside.x, outside.y, kBlack);
+  }
 }
 
-TEST_F(CaptureSeamTest, DisplayRecordsTellDevicePixelsAndTheGrabPlacesTheCursorByTheirScale) {
-  FakePlatform::scale = 1.25;
-  DisplayCapture* capture = DisplayCapture::Create();
-  const DisplayInfo* display = capture->GetDisplay(0);
-  ASSERT_NE(display, nullptr);
-  const int logical_width = display->monitor_rect.right - display->monitor_rect.left;
-  EXPECT_EQ(display->width, static_cast<int>(logical_width * 1.25));
-
-  // A display of 1000 device pixels across on 800 logical ones, over a black
-  // screen, with the cursor 100 units right of its left edge.
+// On a display of 1.25 device pixels per pixel the record tells device
+// pixels and the grab places the cursor by the scale; a window there is
+// grabbed at its device size, which the log line tells.
+TEST_F(CaptureTest, ScaledDisplaysPlaceTheCursorAndSizeTheWindowGrab) {
+  FakePlatform fake;
+  fake.scale = 1.25;
+  DisplayCapture* display = Open(kDisplay, 1000, 750).display;
+  EXPECT_EQ(display->GetDisplay(0)->width, GetSystemMetrics(SM_CXSCREEN) * 5 / 4);
   TestWindow cover(0, 0, 1280, 1024, true);
   cover.Fill(kBlack);
-  DisplayInfo scaled;
-  scaled.width = 1000;
-  scaled.height = 750;
-  scaled.monitor_rect = {0, 0, 800, 600};
-  capture->SelectDisplay(&scaled);
-  capture->SetOutputSize(1000, 750);
-  FakePlatform::cursor_position = {100, 80};
-  DisplayRecorder recorder;
-  capture->SetCaptureEvent(&recorder);
-  ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(recorder.WaitFrames(1));
-  capture->Stop();
-  const Frame frame = recorder.LastFrame();
-  EXPECT_LUMA(frame, 125, 100, kWhite);
-  EXPECT_LUMA(frame, 140, 120, kWhite);
-  EXPECT_LUMA(frame, 121, 110, kBlack);
-  EXPECT_LUMA(frame, 135, 96, kBlack);
-
-  // Without the cursor the same place stays black.
-  recorder.Clear();
-  capture->SetDrawCursor(false);
-  ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(recorder.WaitFrames(1));
-  capture->Stop();
-  EXPECT_LUMA(recorder.LastFrame(), 140, 120, kBlack);
-  DisplayCapture::Release(capture);
-}
-
-TEST_F(CaptureSeamTest, AWindowOnAScaledDisplayIsGrabbedAtDeviceSize) {
-  FakePlatform::scale = 1.5;
-  testing_support::LogCapture log;
-  TestWindow window(0, 0, 1000, 600);
-  WindowCapture* capture = WindowCapture::Create();
-  WindowRecorder recorder;
-  capture->SetCaptureEvent(&recorder);
-  capture->SetOutputSize(1484, 886);
-  capture->SelectWindow(window.hwnd());
-  ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(recorder.WaitFrames(1));
-  capture->Stop();
-  WindowCapture::Release(capture);
-  bool seen = false;
-  const std::wstring expected = L"CaptureThread, width: 1500, height: 900, Cost: ";
-  for (const std::wstring& line : log.Messages(L"WindowCaptureImpl")) {
-    seen = seen || line.compare(0, expected.size(), expected) == 0;
-  }
-  EXPECT_TRUE(seen);
-}
-
-TEST_F(CaptureSeamTest, BeforeWindows8CompositionIsTurnedOffOnceAndTheWindowsContextIsCopied) {
-  FakePlatform::version = 4;
-  FakePlatform::composition = TRUE;
-  TestWindow window(60, 60, 400, 300);
-  WindowCapture* capture = WindowCapture::Create();
-  // The composition step comes before the run's first status.
-  struct Events : WindowRecorder {
-    void OnCaptureStatus(int status) override {
-      if (status == 2) calls_at_start = FakePlatform::enable_calls.size();
-      WindowRecorder::OnCaptureStatus(status);
+  DisplayInfo scaled;  // 1000 device pixels across 800
+  scaled.width = 1000, scaled.height = 750, scaled.monitor_rect = {0, 0, 800, 600};
+  display->SelectDisplay(&scaled);
+  fake.cursor_at = {100, 80};
+  for (bool draw : {true, false}) {
+    display->SetDrawCursor(draw);
+    ASSERT_TRUE(display->Start());
+    const Frame frame = host_.Fresh();
+    display->Stop();
+    EXPECT_LUMA(frame, 140, 120, draw ? kWhite : kBlack);
+    if (draw) {
+      EXPECT_LUMA(frame, 125, 100, kWhite);
+      EXPECT_LUMA(frame, 121, 110, kBlack);
+      EXPECT_LUMA(frame, 135, 96, kBlack);
     }
-    size_t calls_at_start = 99;
-  } recorder;
-  capture->SetCaptureEvent(&recorder);
-  capture->SetOutputSize(384, 286);
+  }
+  fake.scale = 1.5;
+  TestWindow window(0, 0, 1000, 600);
+  WindowCapture* capture = Open(kWindow, 1484, 886).window;
   capture->SelectWindow(window.hwnd());
   ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(recorder.WaitFrames(2));
+  EXPECT_TRUE(host_.Lines(L"CaptureThread, width: 1500, height: 900, Cost: "));
+}
+
+TEST_F(CaptureTest, BeforeWindows8CompositionGoesOffOnceAndTheWindowsContextIsCopied) {
+  FakePlatform fake(&host_);
+  fake.version = 4, fake.composition = TRUE;
+  TestWindow window(60, 60, 400, 300);
+  WindowCapture* capture = Open(kWindow, 384, 286).window;
+  capture->SelectWindow(window.hwnd());
+  ASSERT_TRUE(capture->Start());
+  const Frame frame = host_.Fresh();
   capture->Stop();
-  EXPECT_EQ(recorder.calls_at_start, 1u);
-  ASSERT_EQ(FakePlatform::enable_calls.size(), 1u);
-  EXPECT_EQ(FakePlatform::enable_calls[0], 0u);
-  // Copied from the window's own context: the pattern shows.
-  const Frame frame = recorder.LastFrame();
-  EXPECT_LUMA(frame, 0, 50, kMagenta);
+  EXPECT_EQ(fake.statuses_at_enable, 0u);  // before the run's first status
+  EXPECT_EQ(fake.enable_calls, std::vector<UINT>{0});
+  EXPECT_LUMA(frame, 0, 50, kMagenta);  // the pattern, from the window's own context
   EXPECT_LUMA(frame, 50, 50, kRed);
   EXPECT_LUMA(frame, 300, 250, kWhite);
-
-  // From Windows 8 on composition is left alone.
-  FakePlatform::version = 5;
+  fake.version = 5;  // from Windows 8 on composition is left alone
   ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(recorder.WaitStatus(2, 2));
+  ASSERT_TRUE(host_.Statuses(2, 2));
   capture->Stop();
-  EXPECT_EQ(FakePlatform::enable_calls.size(), 1u);
-  WindowCapture::Release(capture);
+  EXPECT_EQ(fake.enable_calls.size(), 1u);
+}
+
+// The read-out asks for the screen's depth: 0 means 32 for a display grab
+// and a still, and is taken as it comes by a window grab.
+TEST_F(CaptureTest, TheReadOutAsksForTheScreensDepth) {
+  FakePlatform fake;
+  const struct {
+    Kind kind;
+    bool still;
+    int screen, asked;
+  } cases[] = {{kDisplay, false, 16, 16}, {kDisplay, false, 0, 32}, {kDisplay, true, 24, 24},
+               {kDisplay, true, 0, 32},   {kWindow, false, 16, 16}, {kWindow, false, 0, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(Name(c.kind) + (c.still ? " still " : " grab ") + std::to_string(c.screen));
+    fake.bits_per_pixel = c.screen, fake.asked_bits = -1;
+    Capture& capture = Open(c.kind);
+    if (c.still) {
+      const DibImage* image = capture.display->CaptureImage(capture.display->GetDisplay(0));
+      ASSERT_NE(image, nullptr);
+      EXPECT_EQ(image->bitmap_info()->bmiHeader.biBitCount, c.asked);
+    } else {
+      ResetEvent(fake.read_out);
+      ASSERT_TRUE(capture.Start());
+      EXPECT_EQ(WaitForSingleObject(fake.read_out, 10000), WAIT_OBJECT_0);
+    }
+    EXPECT_EQ(fake.asked_bits.load(), c.asked);
+    capture.Release();
+  }
+}
+
+// A host thread that owns a window waits for the capture thread while that
+// thread's grab sends to the window: the wait lets the message through. So do
+// Start's and Release's waits after a Stop whose wait ran out; neither runs
+// beside, nor destroys under, the old thread.
+TEST_F(CaptureTest, WaitsForTheCaptureThreadLetSentMessagesThrough) {
+  FakePlatform fake;
+  HWND own = CreateWindowExW(0, L"STATIC", L"host", 0, 0, 0, 10, 10, HWND_MESSAGE, nullptr, nullptr, nullptr);
+  enum Op { kStop, kRelease, kStartAfterStuck, kReleaseAfterStuck };
+  for (Op op : {kStop, kRelease, kStartAfterStuck, kReleaseAfterStuck}) {
+    SCOPED_TRACE(op);
+    host_.Clear();
+    Capture& capture = Open(kWindow);
+    const bool stuck = op >= kStartAfterStuck;
+    fake.send_to = own;
+    stuck ? ResetEvent(fake.print_go) : SetEvent(fake.print_go);
+    ResetEvent(fake.read_out);
+    ASSERT_TRUE(capture.Start());
+    ASSERT_EQ(WaitForSingleObject(fake.read_out, 10000), WAIT_OBJECT_0);  // inside the grab
+    int64_t before = TimeMicroseconds();
+    if (stuck) {
+      EXPECT_TRUE(capture.Stop());
+      EXPECT_GE(TimeMicroseconds() - before, 9900000);
+      EXPECT_EQ(host_.Now().Count(3), 0u);  // the old thread is still in its grab
+      SetEvent(fake.print_go), before = TimeMicroseconds();
+    }
+    const bool started = op == kStartAfterStuck ? capture.Start()
+                         : op == kStop          ? capture.Stop()
+                                                : (capture.Release(), true);
+    EXPECT_TRUE(started);
+    EXPECT_LT(TimeMicroseconds() - before, 5000000);
+    EXPECT_EQ(host_.Now().Count(3), 1u);  // the run ended before the call returned
+    EXPECT_TRUE(op != kStartAfterStuck || host_.Statuses(2, 2));
+    capture.Release();
+  }
+  DestroyWindow(own);
 }
 
 HANDLE WINAPI RefuseThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) {
-  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-  return nullptr;
+  return SetLastError(ERROR_NOT_ENOUGH_MEMORY), nullptr;
 }
-
 std::atomic<HANDLE> g_last_thread{nullptr};
 HANDLE WINAPI KeepThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE routine,
                          LPVOID param, DWORD flags, LPDWORD id) {
-  HANDLE thread = CreateThread(attributes, stack, routine, param, flags, id);
-  HANDLE copy = nullptr;
+  HANDLE thread = CreateThread(attributes, stack, routine, param, flags, id), copy = nullptr;
   DuplicateHandle(GetCurrentProcess(), thread, GetCurrentProcess(), &copy, SYNCHRONIZE, FALSE, 0);
-  g_last_thread.store(copy);
-  return thread;
+  return g_last_thread = copy, thread;
 }
 
-TEST(CaptureThreads, ARefusedThreadLeavesTheCaptureIdleAndStartableAgain) {
-  WindowCapture* capture = WindowCapture::Create();
+// A refused thread leaves the capture idle and startable; a Release right
+// after Start leaves no thread behind, its run ended before Release returned.
+TEST_F(CaptureTest, CaptureThreadsStartAndEndWithTheirObject) {
+  Capture& refused = Open(kWindow);
   base::SetThreadStarterForTesting(&RefuseThread);
-  EXPECT_FALSE(capture->Start());
-  EXPECT_FALSE(capture->IsCapturing());
-  base::SetThreadStarterForTesting(nullptr);
-  EXPECT_TRUE(capture->Start());
-  EXPECT_TRUE(capture->IsCapturing());
-  WindowCapture::Release(capture);
-}
-
-TEST(CaptureThreads, ReleaseRightAfterStartLeavesNoThreadBehind) {
+  EXPECT_FALSE(refused.Start() || refused.window->IsCapturing());
   base::SetThreadStarterForTesting(&KeepThread);
-  for (int i = 0; i < 20; ++i) {
-    DisplayCapture* display = DisplayCapture::Create();
-    DisplayRecorder display_events;
-    display->SetCaptureEvent(&display_events);
-    ASSERT_TRUE(display->Start());
-    DisplayCapture::Release(display);
+  EXPECT_TRUE(refused.Start() && refused.window->IsCapturing());
+  refused.Release();
+  CloseHandle(g_last_thread.exchange(nullptr));
+  for (int i = 0; i < 40; ++i) {
+    host_.Clear();
+    Capture capture(i % 2 ? kWindow : kDisplay);
+    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
+    ASSERT_TRUE(capture.Start());
+    capture.Release();
     HANDLE thread = g_last_thread.exchange(nullptr);
-    ASSERT_NE(thread, nullptr);
     EXPECT_EQ(WaitForSingleObject(thread, 5000), WAIT_OBJECT_0);
     CloseHandle(thread);
-    EXPECT_EQ(display_events.StatusCount(2), 1u);  // the run ended before Release returned
-
-    WindowCapture* window = WindowCapture::Create();
-    WindowRecorder window_events;
-    window->SetCaptureEvent(&window_events);
-    ASSERT_TRUE(window->Start());
-    WindowCapture::Release(window);
-    thread = g_last_thread.exchange(nullptr);
-    ASSERT_NE(thread, nullptr);
-    EXPECT_EQ(WaitForSingleObject(thread, 5000), WAIT_OBJECT_0);
-    CloseHandle(thread);
-    EXPECT_EQ(window_events.StatusCount(3), 1u);
+    EXPECT_EQ(host_.Now().Count(capture.ended()), 1u);
   }
   base::SetThreadStarterForTesting(nullptr);
 }
 
+// Picture sizes in 64 bits: no frame, header size or grab buffer wraps past
+// 4 GiB, and what can't be had is refused without a throw.
+TEST_F(CaptureTest, PictureSizesNeverWrap) {
+  const int no_frame[][2] = {{65536, 43691}, {1 << 20, 1 << 20}, {-2, 4}, {4, -2}};
+  for (const auto& c : no_frame) EXPECT_EQ(CreateI420Frame(c[0], c[1], false, 1), nullptr) << c[0];
+  const int64_t headers[][3] = {
+      {100, 50, 20000}, {65535, 16384, 4294901760}, {65536, 16384, 0}, {1 << 20, 1 << 20, 0}};
+  for (const auto& c : headers) {
+    BITMAPINFOHEADER header;
+    InitBitMapInfoHeader(static_cast<int>(c[0]), static_cast<int>(c[1]), true, 32, &header);
+    EXPECT_EQ(static_cast<int64_t>(header.biSizeImage), c[2]) << c[0];
+  }
+  BITMAPINFO info;
+  InitBitMapInfo(1 << 20, 1 << 20, true, 32, &info);
+  const uint8_t pixel[4] = {};
+  EXPECT_EQ(DibImage(&info, pixel).bits_data(), nullptr);
+  const int fits[][6] = {{1920, 1080, 1280, 1024, 1350, 1080},
+                         {60000, 50000, 50000, 40000, 60000, 48000},
+                         {50000, 60000, 40000, 50000, 48000, 60000}};
+  for (const auto& f : fits) {
+    const FrameScaler::Size fitted = FrameScaler::Fit(f[0], f[1], f[2], f[3], 2);
+    EXPECT_TRUE(fitted.width == f[4] && fitted.height == f[5])
+        << f[0] << ": " << fitted.width << "x" << fitted.height;
+  }
+  struct : capture::CaptureClient {
+    void BeginRun() override {}
+    void Pass() override {}
+    void EndRun() override {}
+    bool HasEvent() override { return false; }
+    void SendFrame(const uint8_t*, uint32_t, int, int, int64_t) override {}
+    void DestroyOwner() override {}
+  } client;
+  capture::CaptureRunner runner(&client, L"DisplayCaptureImpl");
+  HDC screen = GetDC(nullptr);
+  capture::MemoryPicture picture(screen, 4, 4);
+  for (int i = 0; i < 4; ++i) {  // a size logs once
+    EXPECT_EQ(
+        runner.ReadOut(picture.dc(), picture.bitmap(), i < 2 ? 65536 : 1 << 20, i < 2 ? 16385 : 1 << 20, 32),
+        nullptr);
+  }
+  EXPECT_NE(runner.ReadOut(picture.dc(), picture.bitmap(), 4, 4, 32), nullptr);
+  ReleaseDC(nullptr, screen);
+  EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 65536, height: 16385"), 1u);
+  EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 1048576, height: 1048576"), 1u);
+}
+
 }  // namespace
-}  // namespace capture_test
+}  // namespace capture_suite

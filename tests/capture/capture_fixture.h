@@ -1,0 +1,282 @@
+// What every capture test shares: real windows with known content, a host
+// that records what a capture reports and logs, either capture behind one
+// face, and the folder's one fixture.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fundus_control.h"
+#include "roomcore/capture.h"
+#include "roomcore/clock.h"
+
+namespace capture_suite {
+
+constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255);
+constexpr COLORREF kWhite = RGB(255, 255, 255), kBlack = RGB(0, 0, 0);
+constexpr COLORREF kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
+
+// BT.601 limited range, as libswscale converts by default.
+inline int Luma(COLORREF c) {
+  return static_cast<int>(16.5 +
+                          (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
+}
+
+// A window on a thread of its own with a message pump. It paints four
+// quadrants split at the centre (red, green / blue, white), a yellow frame on
+// its outer edge and a magenta frame exactly where the window capture's trim
+// ends (column 8, line 7, the last column and line the even trim keeps); or
+// one colour, after Fill.
+class TestWindow {
+ public:
+  TestWindow(int x, int y, int width, int height, bool topmost = false) {
+    thread_ = std::thread([=] { Run(x, y, width, height, topmost); });
+    std::unique_lock<std::mutex> guard(mutex_);
+    ready_.wait(guard, [this] { return hwnd_ != nullptr; });
+  }
+  ~TestWindow() {
+    if (IsWindow(hwnd_)) SendMessageW(hwnd_, WM_CLOSE, 0, 0);
+    thread_.join();
+  }
+  HWND hwnd() const { return hwnd_; }
+  void Fill(COLORREF colour) {
+    fill_ = colour, RedrawWindow(hwnd_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
+  }
+
+ private:
+  static void Rect(HDC dc, int l, int t, int r, int b, COLORREF c) {
+    const RECT area = {l, t, r, b};
+    HBRUSH brush = CreateSolidBrush(c);
+    FillRect(dc, &area, brush), DeleteObject(brush);
+  }
+  void Paint(HWND hwnd, HDC dc) {
+    RECT client;
+    GetClientRect(hwnd, &client);
+    const int w = client.right, h = client.bottom, cx = w / 2, cy = h / 2;
+    if (fill_ != CLR_INVALID) return Rect(dc, 0, 0, w, h, fill_);
+    const COLORREF quadrants[4] = {kRed, kGreen, kBlue, kWhite};
+    for (int q = 0; q < 4; ++q)
+      Rect(dc, q % 2 * cx, q / 2 * cy, q % 2 ? w : cx, q / 2 ? h : cy, quadrants[q]);
+    const int edges[2][4] = {{0, 0, w, h}, {8, 7, 8 + ((w - 16) & ~1), 7 + ((h - 14) & ~1)}};
+    for (const int* e : edges) {
+      const COLORREF c = e[0] ? kMagenta : kYellow;
+      Rect(dc, e[0], e[1], e[2], e[1] + 1, c), Rect(dc, e[0], e[3] - 1, e[2], e[3], c);
+      Rect(dc, e[0], e[1], e[0] + 1, e[3], c), Rect(dc, e[2] - 1, e[1], e[2], e[3], c);
+    }
+  }
+  static LRESULT CALLBACK Proc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam) {
+    auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    PAINTSTRUCT ps;
+    if (message == WM_DESTROY) PostQuitMessage(0);
+    if (message == WM_PRINTCLIENT && self) self->Paint(hwnd, reinterpret_cast<HDC>(wparam));
+    if (message == WM_PAINT && self) return self->Paint(hwnd, BeginPaint(hwnd, &ps)), EndPaint(hwnd, &ps), 0;
+    return message == WM_ERASEBKGND ? 1 : DefWindowProcW(hwnd, message, wparam, lparam);
+  }
+  void Run(int x, int y, int width, int height, bool topmost) {
+    WNDCLASSW wc = {0, &TestWindow::Proc,           0, 0, GetModuleHandleW(nullptr), 0, 0, 0,
+                    0, L"RoomcoreCaptureTestWindow"};
+    RegisterClassW(&wc);  // fails harmlessly once registered
+    HWND hwnd =
+        CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"capture test",
+                        WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
+    SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    ShowWindow(hwnd, SW_SHOWNOACTIVATE), UpdateWindow(hwnd);
+    [&] {
+      std::lock_guard<std::mutex> guard(mutex_);
+      hwnd_ = hwnd;
+    }();
+    ready_.notify_all();
+    for (MSG msg; GetMessageW(&msg, nullptr, 0, 0) > 0;) DispatchMessageW(&msg);
+  }
+
+  std::thread thread_;
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  HWND hwnd_ = nullptr;
+  std::atomic<COLORREF> fill_{CLR_INVALID};
+};
+
+struct Frame {
+  std::vector<uint8_t> bytes;  // kept for the last few frames only
+  uint32_t size;
+  int width, height, reserved;
+  int64_t timestamp;
+  int Y(int x, int y) const { return bytes.at(static_cast<size_t>(y) * width + x); }
+  bool Black() const {  // Y 1, U and V 128
+    const size_t luma = static_cast<size_t>(width) * height;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      if (bytes[i] != (i < luma ? 1 : 128)) return false;
+    }
+    return bytes.size() == size && size > luma;
+  }
+};
+#define EXPECT_LUMA(frame, x, y, colour) \
+  EXPECT_NEAR((frame).Y(x, y), ::capture_suite::Luma(colour), 4) << "at " << (x) << ", " << (y)
+
+struct Status {
+  int status;
+  int64_t time;
+  size_t frames;  // frames that came before it
+};
+
+// What a host has seen: frames, statuses, the library's log lines (tag, text).
+struct Record {
+  std::vector<Frame> frames;
+  std::vector<Status> statuses;
+  std::vector<std::pair<std::wstring, std::wstring>> log;
+  size_t Count(int status) const {
+    return std::count_if(statuses.begin(), statuses.end(),
+                         [&](const Status& s) { return s.status == status; });
+  }
+  size_t Lines(const std::wstring& start) const {
+    return std::count_if(log.begin(), log.end(),
+                         [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
+  }
+  std::vector<int64_t> Intervals(size_t from) const {
+    std::vector<int64_t> out;
+    for (size_t i = from; i < frames.size(); ++i)
+      out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
+    return out;
+  }
+};
+
+// The host: the event interface of both captures, and the log's one sink
+// while it lives. `on_frame` runs inside OnCaptureFrame with the frame's
+// number.
+class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
+ public:
+  Host() { FundusSetLogSink(&Host::Log, this); }
+  ~Host() override { FundusSetLogSink(nullptr, nullptr); }
+  void OnCaptureStatus(int status) override {
+    Add([&](Record& r) { r.statuses.push_back({status, TimeMicroseconds(), r.frames.size()}); });
+  }
+  void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int reserved,
+                      int64_t timestamp) override {
+    size_t number = 0;
+    Add([&](Record& r) {
+      number = r.frames.size();
+      r.frames.push_back(
+          Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
+      if (number >= 3) std::vector<uint8_t>().swap(r.frames[number - 3].bytes);
+    });
+    if (on_frame) on_frame(number);
+  }
+  // Waits until `done` holds for what was recorded, checked at each change.
+  bool Wait(const std::function<bool(const Record&)>& done, DWORD timeout_ms = 10000) {
+    std::unique_lock<std::mutex> guard(mutex_);
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] { return done(record_); });
+  }
+  bool Frames(size_t count) {
+    return Wait([=](const Record& r) { return r.frames.size() >= count; });
+  }
+  bool Statuses(int status, size_t times = 1) {
+    return Wait([=](const Record& r) { return r.Count(status) >= times; });
+  }
+  bool Lines(const std::wstring& start, size_t times = 1) {  // log lines that start so, any tag
+    return Wait([&](const Record& r) { return r.Lines(start) >= times; });
+  }
+  Record Now() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return record_;
+  }
+  Frame Fresh() {  // a frame grabbed after everything the test did so far
+    EXPECT_TRUE(Frames(Now().frames.size() + 2));
+    return Now().frames.back();
+  }
+  void Clear() {
+    Add([](Record& r) { r = Record(); });
+  }
+  std::function<void(size_t)> on_frame;
+
+ private:
+  static void Log(const wchar_t* tag, const wchar_t* text, void* self) {
+    static_cast<Host*>(self)->Add([&](Record& r) { r.log.emplace_back(tag, text); });
+  }
+  template <typename F>
+  void Add(F change) {
+    std::unique_lock<std::mutex> guard(mutex_);
+    change(record_);
+    guard.unlock(), changed_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Record record_;
+};
+
+enum Kind { kDisplay, kWindow };
+inline std::string Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
+
+// Either capture as the host sees it.
+struct Capture {
+  explicit Capture(Kind k, bool create = true) : kind(k) {
+    if (create) Create();
+  }
+  void* Create() {
+    return kind == kDisplay ? (void*)(display = DisplayCapture::Create())
+                            : (window = WindowCapture::Create());
+  }
+  void Release() {
+    kind == kDisplay ? DisplayCapture::Release(display) : WindowCapture::Release(window);
+    display = nullptr, window = nullptr;
+  }
+  template <typename F>
+  auto Do(F f) {
+    return kind == kDisplay ? f(display) : f(window);
+  }
+  bool Start() {
+    return Do([](auto* c) { return c->Start(); });
+  }
+  bool Stop() {
+    return Do([](auto* c) { return c->Stop(); });
+  }
+  void SetOutputSize(int w, int h) {
+    Do([=](auto* c) { c->SetOutputSize(w, h); });
+  }
+  void SetFrameRate(int rate) {
+    Do([=](auto* c) { c->SetFrameRate(rate); });
+  }
+  void* object() const { return kind == kDisplay ? (void*)display : window; }
+  int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
+  int ended() const { return kind == kDisplay ? 2 : 3; }
+
+  Kind kind;
+  DisplayCapture* display = nullptr;
+  WindowCapture* window = nullptr;
+};
+
+// The folder's fixture: a window to capture and a host. Open makes a capture
+// wired to both (the window capture selects the window), released at the end.
+class CaptureTest : public ::testing::Test {
+ protected:
+  Capture& Open(Kind kind, int width = 160, int height = 90) {
+    if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
+    captures_.emplace_back(new Capture(kind));
+    Capture& capture = *captures_.back();
+    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
+    capture.SetOutputSize(width, height);
+    if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
+    return capture;
+  }
+  void TearDown() override {
+    for (auto& capture : captures_) capture->Release();
+  }
+
+  Host host_;
+  std::unique_ptr<TestWindow> window_;
+  std::vector<std::unique_ptr<Capture>> captures_;
+};
+
+}  // namespace capture_suite
