@@ -41,6 +41,8 @@ void DesktopDataSource::PushFrame(const void* data, int32_t /*size*/, int32_t wi
                                   int64_t pts) {
   if (!enabled_ || !data || width <= 0 || height <= 0) return;
   I420Frame* frame = pool_.Take(width, height);
+  // A size whose picture can't be made (or allocated) is dropped.
+  if (!frame) return;
   memcpy(frame->data, data, frame->size);
   frame->timestamp = pts;
   queue_->Push(frame);
