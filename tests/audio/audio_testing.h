@@ -67,16 +67,6 @@ class Recorder : public AudioCaptureEvent, public Monitor {
   bool WaitStopped(size_t n, int ms = 5000) {
     return Wait([&] { return stop_ticks.size() >= n; }, ms);
   }
-  // The 16-bit samples of all blocks, one after the other.
-  std::vector<int16_t> Samples() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<int16_t> all;
-    for (const Block& b : blocks) {
-      const int16_t* s = reinterpret_cast<const int16_t*>(b.bytes.data());
-      all.insert(all.end(), s, s + b.bytes.size() / 2);
-    }
-    return all;
-  }
   std::vector<Block> blocks;
   std::vector<DWORD> stop_ticks;
   std::function<void()> action;  // run once, inside the next block, if set before it
