@@ -1,5 +1,6 @@
 #include "audio/fake_core_audio.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -249,20 +250,18 @@ void FakeAudio::Queue(const std::vector<float>& samples, bool signal) {
 }
 
 int FakeAudio::Count(const std::wstring& prefix) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  int n = 0;
-  for (const std::wstring& c : calls) n += c.compare(0, prefix.size(), prefix) == 0;
+  int n = -1;
+  Wait([&] { return (n = CountLocked(prefix)) >= 0; });
   return n;
 }
 
 bool FakeAudio::WaitFor(const std::wstring& prefix, int times, int timeout_ms) {
-  return Wait(
-      [&] {
-        int n = 0;
-        for (const std::wstring& c : calls) n += c.compare(0, prefix.size(), prefix) == 0;
-        return n >= times;
-      },
-      timeout_ms);
+  return Wait([&] { return CountLocked(prefix) >= times; }, timeout_ms);
+}
+
+int FakeAudio::CountLocked(const std::wstring& prefix) {
+  return static_cast<int>(
+      std::count_if(calls.begin(), calls.end(), [&](const std::wstring& c) { return !c.find(prefix); }));
 }
 
 HRESULT FakeAudio::Call(const std::wstring& call, bool quiet) {

@@ -66,6 +66,7 @@ class FakeAudio : public audio_testing::Monitor {
   int live_ = 0;  // references held on the fakes
 
  private:
+  int CountLocked(const std::wstring& prefix);
   std::vector<std::wstring> order_;
   std::map<std::wstring, Endpoint> endpoints_;
   std::wstring default_id_[2];
