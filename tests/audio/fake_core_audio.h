@@ -1,129 +1,115 @@
-// Scriptable Core Audio objects for the unit tests: an endpoint enumerator
-// that the library gets through its enumerator factory, and the endpoints,
-// stream clients and services reached from it. What Wine can't show is
-// scripted here: loopback, unplugging, invalidated devices, a failure at any
-// step of an open. Every call that matters is written to a log.
+// Scripted Core Audio for the unit tests, handed to the library through its
+// enumerator factory: endpoints with any mix format, packets, unplugging and
+// a failure (or exception) at any call. Calls are logged by name, such as
+// "GetDevice(mic1)" or "client1 Initialize(mode=0,flags=0x40000,...)", and a
+// script decides each one's result by that name.
 #pragma once
 
 #include <windows.h>
 
 #include <audioclient.h>
+#include <gtest/gtest.h>
 #include <mmdeviceapi.h>
 
-#include <atomic>
-#include <condition_variable>
-#include <deque>
-#include <functional>
 #include <map>
-#include <mutex>
-#include <string>
-#include <vector>
+
+#include "audio/audio_capture_impl.h"
+#include "audio/audio_testing.h"
 
 namespace fake_audio {
 
-// The points at which an open can be made to fail.
-enum class Step {
-  kCreateEnumerator,
-  kGetDevice,
-  kActivate,
-  kGetMixFormat,
-  kInitialize,
-  kRenderActivate,
-  kRenderInitialize,
-  kRenderGetBufferSize,
-  kRenderGetService,
-  kRenderGetBuffer,
-  kCaptureService,
-  kSetEventHandle,
-  kGetDefault,
-  kGetNextPacketSize,
-  kGetBuffer,
-};
-
-// A failure that is thrown as a C++ exception instead of returned.
-constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF);
+constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF);  // thrown, not returned
 
 struct Endpoint {
-  std::wstring id;
-  std::wstring name;
-  bool is_input = false;
-  DWORD state = DEVICE_STATE_ACTIVE;
-  bool has_name = true;
-  DWORD rate = 48000;
-  WORD channels = 2;
-  WORD bits = 32;
-  bool is_float = true;
-  bool extensible = true;
+  std::wstring id, name;  // an empty name: the endpoint has none
+  bool is_input = true;
+  DWORD state = DEVICE_STATE_ACTIVE, rate = 48000;
+  WORD channels = 2, bits = 32, tag = WAVE_FORMAT_EXTENSIBLE;
+  bool is_float = true;  // the extensible subformat
 };
 
-class FakeAudioSystem {
+class FakeAudio : public audio_testing::Monitor {
  public:
-  // Installs itself as the library's enumerator factory; the destructor
-  // restores CoCreateInstance.
-  FakeAudioSystem();
-  ~FakeAudioSystem();
-  static FakeAudioSystem* current();
+  FakeAudio();  // installs itself; the destructor restores the system's
+  ~FakeAudio();
+  void Add(const Endpoint& endpoint);  // or replace, in place
+  void SetDefault(bool is_input, const std::wstring& id) {
+    Update([&] { default_id_[is_input] = id; });
+  }
+  void SetState(const std::wstring& id, DWORD state) {
+    Update([&] { endpoints_[id].state = state; });
+  }
+  void Script(std::function<HRESULT(const std::wstring& call)> script);
+  // One packet of interleaved float frames; signalled as the system does.
+  void Queue(const std::vector<float>& samples, bool signal = true);
+  void Signal() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (event) SetEvent(event);
+  }
+  int Count(const std::wstring& prefix);  // logged calls that begin so
+  bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000);
 
-  void AddEndpoint(const Endpoint& endpoint);
-  void SetDefault(bool is_input, const std::wstring& id);
-  void SetState(const std::wstring& id, DWORD state);
-  // Makes `step` give `hr` until cleared (S_OK clears).
-  void FailAt(Step step, HRESULT hr);
+  // For the fakes: logs `call` (unless quiet) and gives the script's result.
+  HRESULT Call(const std::wstring& call, bool quiet = false);
+  Endpoint Get(const std::wstring& id);
+  std::wstring Default(bool is_input) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return default_id_[is_input];
+  }
+  std::vector<std::wstring> Ids(bool is_input, DWORD state_mask);
 
-  // Queues one packet of interleaved float samples for the open capture
-  // stream and signals its event.
-  void QueuePacket(const std::vector<float>& samples);
-  // Signals the stream's event without a packet (as the system does when a
-  // device goes away).
-  void Signal();
-  // From now on GetNextPacketSize fails with AUDCLNT_E_DEVICE_INVALIDATED;
-  // false restores it.
-  void SetInvalidated(bool invalidated);
-  // Runs inside GetDefaultAudioEndpoint, on the caller's thread.
-  std::function<void()> on_get_default;
-  // Notifications to the registered client.
-  IMMNotificationClient* notification_client();
-
-  std::vector<std::wstring> Calls();
-  int Count(const std::wstring& call);
-  int CountPrefix(const std::wstring& prefix);
-  // Waits until `call` has been logged `times` times.
-  bool WaitFor(const std::wstring& call, int times = 1, DWORD timeout_ms = 5000);
-  void ClearCalls();
-  // Packets still queued.
-  size_t Pending();
-  // COM objects of this system still alive.
-  int live_objects() const { return live_objects_; }
-
-  // For the fakes.
-  void Log(const std::wstring& call);
-  HRESULT Check(Step step);
-  std::mutex& mutex() { return mutex_; }
-  std::map<std::wstring, Endpoint>& endpoints() { return endpoints_; }
-  std::vector<std::wstring>& order() { return order_; }
-  std::wstring default_id(bool is_input) { return is_input ? default_input_ : default_output_; }
-  std::deque<std::vector<float>>& packets() { return packets_; }
-  bool invalidated() const { return invalidated_; }
-  void set_event(HANDLE event) { event_ = event; }
-  void set_notification_client(IMMNotificationClient* client) { client_ = client; }
-  std::atomic<int> live_objects_{0};
+  // Guarded by mutex_.
+  std::vector<std::wstring> calls;
+  std::vector<std::vector<float>> packets;
+  HANDLE event = nullptr;
+  IMMNotificationClient* client_ = nullptr;
+  int live_ = 0;  // references held on the fakes
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<std::wstring, Endpoint> endpoints_;
+  int CountLocked(const std::wstring& prefix);
   std::vector<std::wstring> order_;
-  std::wstring default_input_;
-  std::wstring default_output_;
-  std::map<Step, HRESULT> failures_;
-  std::deque<std::vector<float>> packets_;
-  bool invalidated_ = false;
-  HANDLE event_ = nullptr;
-  IMMNotificationClient* client_ = nullptr;
-  std::vector<std::wstring> calls_;
+  std::map<std::wstring, Endpoint> endpoints_;
+  std::wstring default_id_[2];
+  std::function<HRESULT(const std::wstring&)> script_;
 };
 
-// Interleaved float samples of a sine: `frames` frames of `channels`.
-std::vector<float> Sine(int frames, int channels, double frequency, double rate, double amplitude);
+// Interleaved frames of a 1 kHz sine at 48 kHz.
+std::vector<float> Sine(int frames, int channels, double amplitude);
 
 }  // namespace fake_audio
+
+// The one fixture of the unit tests: two microphones and a speaker, the
+// defaults mic1 and spk1, and a capture that retries after 20 ms.
+class AudioTest : public ::testing::Test {
+ protected:
+  AudioTest() {
+    audio.Add({L"mic1", L"Microphone"});
+    audio.Add({L"mic2", L"Headset"});
+    audio.Add({L"spk1", L"Speakers", false});
+    audio.SetDefault(true, L"mic1");
+    audio.SetDefault(false, L"spk1");
+    capture->SetCaptureEvent(&recorder, &recorder);
+    capture->SetRetryIntervalForTesting(20);
+  }
+  ~AudioTest() override {
+    AudioCapture::Release(capture);
+    EXPECT_TRUE(audio.Wait([this] { return audio.live_ == 0; }))
+        << "a Core Audio reference outlived its owner";
+  }
+  // Starts, and waits for the `opens`-th stream to run.
+  void Run(bool is_input, const std::wstring& id, int opens = 1) {
+    ASSERT_TRUE(capture->StartDevice(is_input, id));
+    ASSERT_TRUE(audio.WaitFor(L"client1 Start", opens));
+  }
+  void Clear() {
+    audio.Update([this] { audio.calls.clear(); });
+  }
+  std::vector<std::wstring> Calls() {
+    std::lock_guard<std::mutex> lock(audio.mutex_);
+    return audio.calls;
+  }
+
+  fake_audio::FakeAudio audio;
+  audio_testing::Recorder recorder;
+  AudioCaptureImpl* capture = new AudioCaptureImpl();
+};

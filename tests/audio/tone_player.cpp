@@ -1,159 +1,80 @@
 #include "audio/tone_player.h"
 
-#include <audioclient.h>
 #include <mmdeviceapi.h>
+#include <mmsystem.h>
 
 #include <cmath>
-#include <vector>
+#include <cstring>
 
 namespace audio_testing {
 namespace {
 
-const PROPERTYKEY kFriendlyName = {
-    {0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}}, 14};
-
-template <typename T>
-struct Ref {
-  T* p = nullptr;
-  ~Ref() {
-    if (p) p->Release();
-  }
-};
-
-// The active endpoint of this direction and name, or null.
-IMMDevice* FindEndpoint(bool is_input, const std::wstring& name, std::vector<std::wstring>* names) {
-  Ref<IMMDeviceEnumerator> enumerator;
-  if (FAILED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                              __uuidof(IMMDeviceEnumerator), reinterpret_cast<void**>(&enumerator.p)))) {
-    return nullptr;
-  }
-  Ref<IMMDeviceCollection> collection;
-  if (FAILED(enumerator.p->EnumAudioEndpoints(is_input ? eCapture : eRender, DEVICE_STATE_ACTIVE,
-                                              &collection.p))) {
-    return nullptr;
-  }
-  UINT count = 0;
-  collection.p->GetCount(&count);
-  for (UINT i = 0; i < count; ++i) {
-    IMMDevice* device = nullptr;
-    if (FAILED(collection.p->Item(i, &device))) continue;
-    Ref<IPropertyStore> store;
-    std::wstring found;
-    if (SUCCEEDED(device->OpenPropertyStore(STGM_READ, &store.p))) {
-      PROPVARIANT value;
-      PropVariantInit(&value);
-      if (SUCCEEDED(store.p->GetValue(kFriendlyName, &value)) && value.vt == VT_LPWSTR) found = value.pwszVal;
-      PropVariantClear(&value);
-    }
-    if (names) names->push_back(found);
-    if (!names && found == name) return device;
-    device->Release();
-  }
-  return nullptr;
+// Not every test program links winmm.
+BOOL PlaySoundNow(LPCWSTR sound, DWORD flags) {
+  using PlaySoundFunction = BOOL(WINAPI*)(LPCWSTR, HMODULE, DWORD);
+  static const auto play = reinterpret_cast<PlaySoundFunction>(
+      reinterpret_cast<void*>(GetProcAddress(LoadLibraryW(L"winmm.dll"), "PlaySoundW")));
+  return play(sound, nullptr, flags);
 }
 
 }  // namespace
 
-std::wstring ListEndpoints(bool is_input) {
-  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  std::vector<std::wstring> names;
-  FindEndpoint(is_input, L"", &names);
-  std::wstring text;
-  for (const std::wstring& n : names) text += L"\"" + n + L"\" ";
-  return text;
-}
-
-bool HasEndpoint(bool is_input, const std::wstring& name) {
-  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  IMMDevice* device = FindEndpoint(is_input, name, nullptr);
-  if (!device) return false;
-  device->Release();
-  return true;
-}
-
+// Ten seconds of 16-bit stereo at 44100 Hz, a whole number of periods for
+// whole-hertz tones, as a WAVE file in memory.
 bool TonePlayer::Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape) {
   Stop();
-  endpoint_name_ = endpoint_name;
-  frequency_ = frequency;
-  amplitude_ = amplitude;
-  shape_ = shape;
-  started_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  HANDLE thread = CreateThread(nullptr, 0, &TonePlayer::Thread, this, 0, nullptr);
-  if (!thread) return false;
-  CloseHandle(thread);
-  WaitForSingleObject(started_, 10000);
-  return ok_.load();
+  if (!HasEndpoint(false, endpoint_name)) return false;
+  const uint32_t rate = 44100, frames = rate * 10, bytes = frames * 4;
+  const uint32_t header[] = {
+      0x46464952, 36 + bytes, 0x45564157, 0x20746d66, 16,   0x00020001,
+      rate,       rate * 4,   0x00100004, 0x61746164, bytes};  // RIFF, WAVE, fmt: PCM 2 x 16 bits, data
+  wave_.assign(reinterpret_cast<const char*>(header), reinterpret_cast<const char*>(header) + sizeof(header));
+  for (uint32_t i = 0; i < frames; ++i) {
+    const double phase = std::fmod(frequency * i / rate, 1.0);
+    const double v =
+        shape == Shape::kSquare ? (phase < 0.5 ? 1 : -1) : std::sin(2 * 3.141592653589793 * phase);
+    const int16_t s[2] = {static_cast<int16_t>(std::lround(v * amplitude * 32767)), s[0]};
+    wave_.insert(wave_.end(), reinterpret_cast<const char*>(s), reinterpret_cast<const char*>(s + 2));
+  }
+  return PlaySoundNow(reinterpret_cast<LPCWSTR>(wave_.data()),
+                      SND_MEMORY | SND_ASYNC | SND_LOOP | SND_NODEFAULT);
 }
 
 void TonePlayer::Stop() {
-  if (!done_) return;
-  SetEvent(stop_);
-  WaitForSingleObject(done_, 10000);
-  CloseHandle(started_);
-  CloseHandle(stop_);
-  CloseHandle(done_);
-  started_ = stop_ = done_ = nullptr;
+  if (!wave_.empty()) PlaySoundNow(nullptr, 0);
+  wave_.clear();
 }
 
-DWORD WINAPI TonePlayer::Thread(LPVOID param) {
-  TonePlayer* self = static_cast<TonePlayer*>(param);
-  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  if (!self->Play()) SetEvent(self->started_);
-  CoUninitialize();
-  SetEvent(self->done_);
-  return 0;
-}
-
-bool TonePlayer::Play() {
-  Ref<IMMDevice> device;
-  device.p = FindEndpoint(false, endpoint_name_, nullptr);
-  if (!device.p) return false;
-  Ref<IAudioClient> client;
-  if (FAILED(device.p->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr,
-                                reinterpret_cast<void**>(&client.p)))) {
-    return false;
+bool HasEndpoint(bool is_input, const std::wstring& name) {
+  const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  const PROPERTYKEY kName = {{0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}},
+                             14};
+  bool found = false;
+  IMMDeviceEnumerator* enumerator = nullptr;
+  IMMDeviceCollection* list = nullptr;
+  UINT count = 0;
+  if (SUCCEEDED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
+                                 __uuidof(IMMDeviceEnumerator), reinterpret_cast<void**>(&enumerator))) &&
+      SUCCEEDED(enumerator->EnumAudioEndpoints(is_input ? eCapture : eRender, DEVICE_STATE_ACTIVE, &list))) {
+    list->GetCount(&count);
   }
-  WAVEFORMATEX* format = nullptr;
-  if (FAILED(client.p->GetMixFormat(&format))) return false;
-  const int channels = format->nChannels;
-  rate_ = static_cast<int>(format->nSamplesPerSec);
-  // The mix is float under Wine's PulseAudio driver; anything else isn't
-  // what these tests expect.
-  const bool is_float = format->wBitsPerSample == 32;
-  HRESULT hr = client.p->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 2000000, 0, format, nullptr);
-  CoTaskMemFree(format);
-  if (FAILED(hr) || !is_float) return false;
-  UINT32 buffer_frames = 0;
-  client.p->GetBufferSize(&buffer_frames);
-  Ref<IAudioRenderClient> render;
-  if (FAILED(client.p->GetService(__uuidof(IAudioRenderClient), reinterpret_cast<void**>(&render.p))))
-    return false;
-  uint64_t position = 0;
-  auto fill = [&]() {
-    UINT32 padding = 0;
-    if (FAILED(client.p->GetCurrentPadding(&padding))) return;
-    UINT32 frames = buffer_frames - padding;
-    if (frames == 0) return;
-    BYTE* data = nullptr;
-    if (FAILED(render.p->GetBuffer(frames, &data))) return;
-    float* out = reinterpret_cast<float*>(data);
-    for (UINT32 i = 0; i < frames; ++i, ++position) {
-      double phase = std::fmod(frequency_ * static_cast<double>(position) / rate_, 1.0);
-      double v =
-          shape_ == Shape::kSine ? std::sin(2.0 * 3.141592653589793 * phase) : (phase < 0.5 ? 1.0 : -1.0);
-      for (int c = 0; c < channels; ++c) out[i * channels + c] = static_cast<float>(amplitude_ * v);
+  for (UINT i = 0; i < count && !found; ++i) {
+    IMMDevice* device = nullptr;
+    IPropertyStore* store = nullptr;
+    PROPVARIANT value;
+    PropVariantInit(&value);
+    if (SUCCEEDED(list->Item(i, &device)) && SUCCEEDED(device->OpenPropertyStore(STGM_READ, &store)) &&
+        SUCCEEDED(store->GetValue(kName, &value)) && value.vt == VT_LPWSTR) {
+      found = name == value.pwszVal;
     }
-    render.p->ReleaseBuffer(frames, 0);
-  };
-  fill();
-  if (FAILED(client.p->Start())) return false;
-  ok_.store(true);
-  SetEvent(started_);
-  while (WaitForSingleObject(stop_, 20) == WAIT_TIMEOUT) fill();
-  client.p->Stop();
-  return true;
+    PropVariantClear(&value);
+    if (store) store->Release();
+    if (device) device->Release();
+  }
+  if (list) list->Release();
+  if (enumerator) enumerator->Release();
+  if (SUCCEEDED(com)) CoUninitialize();
+  return found;
 }
 
 }  // namespace audio_testing

@@ -1,47 +1,29 @@
-// Plays a test tone into a render endpoint of the real audio system (the
-// test run's null sink), so that its monitor endpoint records it.
+// A tone played into the test run's sound server, whose only sink is the null
+// sink "Null Output": its monitor, the default input, records it.
 #pragma once
 
 #include <windows.h>
 
-#include <atomic>
 #include <string>
+#include <vector>
 
 namespace audio_testing {
 
 class TonePlayer {
  public:
   enum class Shape { kSine, kSquare };
-
-  TonePlayer() = default;
   ~TonePlayer() { Stop(); }
-  TonePlayer(const TonePlayer&) = delete;
-  TonePlayer& operator=(const TonePlayer&) = delete;
-
-  // True once the stream on the endpoint with this friendly name plays.
+  // Loops the tone (full scale 1.0) on the default output, which must be
+  // the endpoint of this name; false if there is none.
   bool Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape);
   void Stop();
-  // The endpoint's mix rate, known after Start.
-  int rate() const { return rate_; }
 
  private:
-  static DWORD WINAPI Thread(LPVOID param);
-  bool Play();
-
-  std::wstring endpoint_name_;
-  double frequency_ = 0;
-  double amplitude_ = 0;
-  Shape shape_ = Shape::kSine;
-  int rate_ = 0;
-  HANDLE started_ = nullptr;
-  HANDLE stop_ = nullptr;
-  HANDLE done_ = nullptr;
-  std::atomic<bool> ok_{false};
+  std::vector<char> wave_;
 };
 
-// Friendly names of the active endpoints of one direction, read straight
-// from Core Audio.
-std::wstring ListEndpoints(bool is_input);
+// An active endpoint of this direction and friendly name, asked of Core
+// Audio on a COM apartment of the call's own.
 bool HasEndpoint(bool is_input, const std::wstring& name);
 
 }  // namespace audio_testing
