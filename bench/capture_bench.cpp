@@ -59,6 +59,7 @@ class NullClient : public capture::CaptureClient {
   void SendFrame(const uint8_t* data, uint32_t, int, int, int64_t) override {
     benchmark::DoNotOptimize(data);
   }
+  void DestroyOwner() override {}
 };
 
 // A 1280 x 720 window with four solid quadrants, on its own pumping thread
@@ -209,7 +210,7 @@ void BM_ReadOutScaleDeliver(benchmark::State& state) {
   runner.Start();
   // The first pass makes the buffer, the frame and the scaler; count from the
   // second.
-  runner.Deliver(runner.ReadOut(picture.dc(), picture.bitmap(), width, height), width, height, 0);
+  runner.Deliver(runner.ReadOut(picture.dc(), picture.bitmap(), width, height, 32), width, height, 0);
   double read_ms = 0;
   double scale_ms = 0;
   int64_t allocations = 0;
@@ -219,7 +220,7 @@ void BM_ReadOutScaleDeliver(benchmark::State& state) {
     LARGE_INTEGER t0, t1, t2;
     const int64_t before = bench::AllocationCount();
     QueryPerformanceCounter(&t0);
-    const uint8_t* pixels = runner.ReadOut(picture.dc(), picture.bitmap(), width, height);
+    const uint8_t* pixels = runner.ReadOut(picture.dc(), picture.bitmap(), width, height, 32);
     QueryPerformanceCounter(&t1);
     runner.Deliver(pixels, width, height, 0);
     QueryPerformanceCounter(&t2);
