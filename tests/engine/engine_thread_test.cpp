@@ -23,6 +23,8 @@ TRTCStatistics Stats(int64_t received, int64_t sent, TRTCRemoteStatistics* remot
 TEST_F(EngineTest, StatisticsRatesOverWholeSecondsSinceTheLast) {
   Run("EnterRoom(1400,1234,alice,sig)");
   ASSERT_TRUE(events_.WaitFor("OnEnterRoom(0,success)"));
+  // (the entry comes on the SDK's thread, before or after the call's own result)
+  events_.Clear();
   Run("UnInitialize; onStatistics");
   TRTCRemoteStatistics remotes[3] = {};
   const char* ids[] = {"bob", "carol", "dave"};
@@ -41,7 +43,7 @@ TEST_F(EngineTest, StatisticsRatesOverWholeSecondsSinceTheLast) {
   sdk_->onStatistics(Stats(3048000, 602400));
   over_a_second();
   sdk_->onStatistics(Stats(3048000, 602400, remotes, 0));
-  EXPECT_EQ(events_.Texts(), (Strings{"=1", "OnEnterRoom(0,success)", "OnNetworkQuality(0)",
+  EXPECT_EQ(events_.Texts(), (Strings{"OnNetworkQuality(0)",
                                       "OnStatistics(45,2,100,2000,3,4,11,37,0),bob(7,1),carol(7,1),dave(0,2)",
                                       "OnStatistics(45,2,0,0,3,4,11,37,0),null"}));
 }
