@@ -34,8 +34,10 @@ fi
 bin=$(realpath "$prefix/bin")
 export WINEPATH="Z:${bin//\//\\}"
 export ROOMCORE_WINEPREFIX=${ROOMCORE_WINEPREFIX:-$build/wineprefix}
-out=$("$roomcore_root/scripts/wine-run.sh" "$arch" "$work/host/host.exe")
+rc=0
+out=$("$roomcore_root/scripts/wine-run.sh" "$arch" "$work/host/host.exe" 2>&1) || rc=$?
 echo "$out"
+[ "$rc" -eq 0 ] || { echo "the host exited $rc (WINEPATH=$WINEPATH; bin/: $(ls "$bin" | tr '\n' ' '))"; exit 1; }
 version=$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/lib/cmake/roomcore/roomcoreConfigVersion.cmake")
 want="made and released with $WINEPATH\\roomcore.dll, FileVersion $version.0"
 grep -iqF "$want" <<<"$out" || { echo "expected: $want"; exit 1; }
