@@ -334,8 +334,10 @@ bool AudioCaptureImpl::Open() {
     return false;
   }
   if (FAILED(audio_client_->SetEventHandle(audio_ready_event_.get()))) return false;
-  audio_client_->Start();
+  // Active from before the start: a StartDevice on another thread that sees
+  // the stream running must also see it as one to stop.
   active_.store(true);
+  audio_client_->Start();
   return true;
 }
 
