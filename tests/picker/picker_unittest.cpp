@@ -1,20 +1,29 @@
-// The window list's callback, and the snapshot's picture at its limits.
+// The library's picker objects: the walk's callback, device sizes, the picture
+// at its limits, and the thumbnail manager on a scripted window manager.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
+#include <condition_variable>
 #include <cstdlib>
-#include <memory>
+#include <mutex>
 #include <new>
 #include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
 
+#include "base/scoped_handle.h"
+#include "picker/thumbnail_render_mgr_impl.h"
 #include "picker/top_window_enum_impl.h"
 #include "picker/window_snapshot_impl.h"
+#include "roomcore/clock.h"
+#include "tests/common/refuse_threads.h"
 #include "tests/picker/test_windows.h"
 
-// From this size on arrays can't be had: an address space runs out before
-// any bitmap limit is reached.
+// From this size on arrays can't be had: an address space runs out before any bitmap limit.
 static size_t g_refuse_arrays_from = SIZE_MAX;
 void* operator new[](size_t size) {
   void* p = size < g_refuse_arrays_from ? std::malloc(size ? size : 1) : nullptr;
@@ -26,7 +35,6 @@ void operator delete[](void* p, size_t) noexcept { std::free(p); }
 namespace {
 
 using picker_testing::TestWindow;
-using picker_testing::WindowOptions;
 
 struct ThrowingFilter : picker::TopWindowEnumImpl {
   bool Accepts(HWND window) override {
@@ -36,17 +44,13 @@ struct ThrowingFilter : picker::TopWindowEnumImpl {
 };
 
 TEST(TopWindowEnumCallback, NoWindowEndsTheWalkAndOneThatThrowsIsLeftOut) {
-  TestWindow bad{WindowOptions()}, kept{WindowOptions()};
+  TestWindow bad({}), kept({});
   ThrowingFilter windows;
   windows.bad = bad.hwnd();
-  const LPARAM self = reinterpret_cast<LPARAM>(&windows);
   EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(kept.hwnd(), 0), TRUE);  // no object
-  for (HWND window :
-       {static_cast<HWND>(nullptr), reinterpret_cast<HWND>(0x7FFFFFF0), bad.hwnd(), kept.hwnd()}) {
-    EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(window, self), TRUE);
-  }
-  EXPECT_EQ(windows.GetWindowAt(0), kept.hwnd());
-  EXPECT_EQ(windows.GetWindowAt(1), nullptr);
+  for (HWND window : {HWND(nullptr), reinterpret_cast<HWND>(0x7FFFFFF0), bad.hwnd(), kept.hwnd()})
+    EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(window, reinterpret_cast<LPARAM>(&windows)), TRUE);
+  EXPECT_TRUE(windows.GetWindowAt(0) == kept.hwnd() && windows.GetWindowAt(1) == nullptr);
 }
 
 TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
@@ -63,12 +67,9 @@ TEST(DeviceSize, ScalesOnlyWhereTheDisplayIsScaled) {
 }
 
 TEST(PictureOfWindow, ScaledDownWholeAndNoneWhenTooLargeOrOutOfMemory) {
-  WindowOptions options;
-  options.style = WS_POPUP | WS_VISIBLE;
-  TestWindow window(options);  // 200 x 150
+  TestWindow window({L"scaled", WS_POPUP | WS_VISIBLE});  // 200 x 150
   const HDC dc = GetDC(window.hwnd());
-  // A device of twice the pixels: drawn at 400 x 300, the unscaled window
-  // fills the top left quarter of the drawing, and so of the picture.
+  // Drawn at twice the pixels, the unscaled window fills the top left quarter.
   std::unique_ptr<DibImage> picture = picker::PictureOfWindow(window.hwnd(), dc, 200, 150, SIZE{400, 300});
   ASSERT_NE(picture, nullptr);
   auto pixel = [&](int x, int y) {
@@ -82,11 +83,226 @@ TEST(PictureOfWindow, ScaledDownWholeAndNoneWhenTooLargeOrOutOfMemory) {
   EXPECT_EQ(picker::PictureOfWindow(window.hwnd(), dc, 200, 150, SIZE{200, 150}), nullptr);
   g_refuse_arrays_from = SIZE_MAX;
   ReleaseDC(window.hwnd(), dc);
-  // On a monochrome context a bitmap of 65536 x 16384 is 128 MB and can be
-  // made; its picture has 2^32 bytes, which 32 bits count as 0.
+  // Monochrome, 65536 x 16384 is a 128 MB bitmap; its picture has 2^32 bytes, 0 in 32 bits.
   const HDC monochrome = CreateCompatibleDC(nullptr);
   EXPECT_EQ(picker::PictureOfWindow(window.hwnd(), monochrome, 65536, 16384, SIZE{65536, 16384}), nullptr);
   DeleteDC(monochrome);
+}
+
+// The fits: 1600 x 900 in the 320 x 240 box is full width; 900 x 1600 full height, 135 wide, 92 to the side.
+const HWND kWide = reinterpret_cast<HWND>(0x20), kTall = reinterpret_cast<HWND>(0x30);
+const RECT kBox = {10, 20, 330, 260};  // 320 x 240 at (10, 20)
+const std::string kWideFit = "update wide 10,50,330,230 1d 255 1 1",
+                  kTallFit = "update tall 102,20,237,260 1d 255 1 1";
+
+int g_threads_started = 0;  // Start runs on the test's thread
+HANDLE WINAPI CountingStarter(LPSECURITY_ATTRIBUTES a, SIZE_T s, LPTHREAD_START_ROUTINE r, LPVOID p, DWORD f,
+                              LPDWORD id) {
+  ++g_threads_started;
+  return CreateThread(a, s, r, p, f, id);
+}
+HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+
+// One manager on a scripted window manager (Wine has no thumbnails), in which
+// each source is its own thumbnail and every call a line. The fixture is the
+// host's event object too. After each test the manager is stopped and
+// released, and its worker must have destroyed it.
+struct ThumbnailManager : ::testing::Test, ThumbnailRenderEvent {
+  void SetUp() override {
+    g_fake = this, g_threads_started = 0;
+    base::SetThreadStarterForTesting(&CountingStarter);
+    manager_ = New(destroyed_.get());
+  }
+  void TearDown() override {
+    if (manager_) manager_->Stop(), ThumbnailRenderMgr::Release(manager_);
+    EXPECT_EQ(WaitForSingleObject(destroyed_.get(), 5000), WAIT_OBJECT_0);
+    base::SetThreadStarterForTesting(nullptr);
+  }
+  // Lost sources, and how many came once `released_` was set.
+  void OnThumbnailSourceLost(HWND source) override {
+    lost_.push_back(source);
+    late_ += WaitForSingleObject(released_.get(), 0) == WAIT_OBJECT_0;
+  }
+  picker::ThumbnailRenderMgrImpl* New(HANDLE destroyed) {
+    auto* manager =
+        new picker::ThumbnailRenderMgrImpl({&Register, &Unregister, &Query, &Update, &Composition});
+    manager->SetDestroyedEventForTesting(destroyed);
+    manager->SetRenderEvent(this);
+    return manager;
+  }
+  bool Show(HWND source, const RECT& rect = kBox, HWND destination = reinterpret_cast<HWND>(0x10)) {
+    return manager_->SetThumbnail(destination, &rect, 7, 8, 9, source);
+  }
+  void Script(HWND source, SIZE size, HRESULT result = S_OK) {
+    std::lock_guard<std::mutex> hold(mutex_);
+    sources_[source == kWide] = {size, result};
+  }
+  std::vector<std::string> Log() {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return log_;
+  }
+  // How many lines begin with `call`, once `more` more have come; -1 if not within 5 s.
+  int Count(const std::string& call, int more = 0) {
+    std::unique_lock<std::mutex> hold(mutex_);
+    const auto count = [&] {
+      return int(
+          std::count_if(log_.begin(), log_.end(), [&](const std::string& l) { return !l.find(call); }));
+    };
+    const int target = count() + more;
+    return changed_.wait_for(hold, std::chrono::seconds(5), [&] { return count() >= target; }) ? count() : -1;
+  }
+  bool WaitFor(const std::string& call, int times = 1) { return Count(call, times) >= 0; }
+
+  // A query (with `size`) waits at the gate if one is set, then answers as
+  // scripted; an update (with `more`) is refused while failures remain.
+  static HRESULT Call(const char* call, HTHUMBNAIL thumbnail, SIZE* size = nullptr,
+                      const std::string& more = "") {
+    std::unique_lock<std::mutex> hold(g_fake->mutex_);
+    const bool wide = thumbnail == reinterpret_cast<HTHUMBNAIL>(kWide);
+    HRESULT result = !more.empty() && g_fake->failing_updates_-- > 0 ? E_FAIL : S_OK;
+    if (const HANDLE gate = size ? std::exchange(g_fake->gate_, nullptr) : nullptr) {
+      hold.unlock();
+      SignalObjectAndWait(g_fake->entered_.get(), gate, INFINITE, FALSE);
+      hold.lock();
+    }
+    if (size) {
+      g_fake->worker_ = GetCurrentThreadId();
+      if (wide) g_fake->wide_query_ms_.push_back(TimeMicroseconds() / 1e3);
+      result = g_fake->sources_[wide].second;
+      if (result == S_OK) *size = g_fake->sources_[wide].first;
+    }
+    g_fake->log_.push_back(call + std::string(wide ? " wide" : " tall") + more);
+    g_fake->changed_.notify_all();
+    return result;
+  }
+  static HRESULT WINAPI Register(HWND, HWND source, PHTHUMBNAIL thumbnail) {
+    *thumbnail = reinterpret_cast<HTHUMBNAIL>(source);
+    return FAILED(g_fake->register_result_) ? g_fake->register_result_ : Call("register", *thumbnail);
+  }
+  static HRESULT WINAPI Unregister(HTHUMBNAIL thumbnail) { return Call("unregister", thumbnail); }
+  static HRESULT WINAPI Query(HTHUMBNAIL thumbnail, PSIZE size) { return Call("query", thumbnail, size); }
+  static HRESULT WINAPI Update(HTHUMBNAIL thumbnail, const DWM_THUMBNAIL_PROPERTIES* p) {
+    char more[80];
+    const RECT& r = p->rcDestination;
+    snprintf(more, sizeof(more), " %ld,%ld,%ld,%ld %lx %d %d %d", r.left, r.top, r.right, r.bottom,
+             p->dwFlags, p->opacity, p->fVisible, p->fSourceClientAreaOnly);
+    return Call("update", thumbnail, nullptr, more);
+  }
+  static HRESULT WINAPI Composition(BOOL* enabled) {
+    return *enabled = g_fake->register_result_ == S_OK, S_OK;
+  }
+  static inline ThumbnailManager* g_fake = nullptr;
+
+  std::mutex mutex_;  // the fake's state, below
+  std::condition_variable changed_;
+  std::vector<std::string> log_;
+  std::vector<double> wide_query_ms_;
+  std::pair<SIZE, HRESULT> sources_[2] = {};  // tall, wide
+  HRESULT register_result_ = S_OK;
+  int failing_updates_ = 0;
+  std::atomic<DWORD> worker_{0};  // the thread of the last query
+  HANDLE gate_ = nullptr;
+  base::ScopedHandle entered_{NewEvent()}, released_{NewEvent()}, destroyed_{NewEvent()};
+  std::vector<HWND> lost_;
+  int late_ = 0;
+  picker::ThumbnailRenderMgrImpl* manager_ = nullptr;
+};
+
+// A refused update (the first) is sent again at the next pass; one that is
+// taken is not sent again while nothing changes.
+TEST_F(ThumbnailManager,
+       TheWorkerFitsEachSourceAbout35MsApartUntilTakenDropsLostOnesAndLeavesOnesWithoutArea) {
+  Script(kWide, {1600, 900});
+  Script(kTall, {900, 1600});
+  failing_updates_ = 1;
+  ASSERT_TRUE(Show(kWide) && Show(kTall));
+  manager_->Start();
+  ASSERT_TRUE(WaitFor("query wide", 7));
+  const std::vector<std::string> log = Log();
+  EXPECT_EQ(std::vector<std::string>(log.begin(), log.begin() + 6),
+            (std::vector<std::string>{"register wide", "register tall", "query wide", kWideFit, "query tall",
+                                      kTallFit}));  // shown by the worker only, in list order
+  EXPECT_TRUE(Count(kWideFit) == 2 && Count(kTallFit) == 1 && worker_ != GetCurrentThreadId());
+  {
+    // By the library's clock 33,333 us at least, a 30 ms rest and 5 ms steps: about 35 ms. A pass that is
+    // late shortens the gap after it, so the lower bound holds for the mean, the upper for the shortest.
+    std::lock_guard<std::mutex> hold(mutex_);
+    const std::vector<double>& at = wide_query_ms_;
+    double shortest = 1e9;
+    for (size_t i = 1; i < at.size(); ++i) shortest = std::min(shortest, at[i] - at[i - 1]);
+    EXPECT_TRUE((at.back() - at.front()) / (at.size() - 1) >= 32.0 && shortest <= 50.0) << shortest;
+  }
+  Script(kWide, {0, 900});
+  Script(kTall, {}, S_FALSE);  // not negative, and still no size
+  ASSERT_TRUE(WaitFor("unregister tall"));
+  const int tall_queries = Count("query tall");
+  ASSERT_TRUE(WaitFor("query wide", 3));
+  EXPECT_EQ(lost_, std::vector<HWND>{kTall});
+  EXPECT_TRUE(Count("query tall") == tall_queries && Count("update wide") == 2);  // dropped; left as it was
+  EXPECT_EQ(manager_->EntriesForTesting().size(), 1u);
+}
+
+TEST_F(ThumbnailManager, ARectangleMovesTheOneThumbnailAndAZeroWidthOneRemovesIt) {
+  EXPECT_TRUE(Show(kWide));
+  EXPECT_TRUE(Show(kWide, {50, 20, 50, 260}));  // known: removed
+  EXPECT_TRUE(Show(kTall, {50, 20, 50, 260}));  // unknown: registered
+  manager_->RemoveThumbnail(reinterpret_cast<HWND>(0x99));
+  EXPECT_TRUE(Show(kWide));
+  manager_->Stop();
+  EXPECT_EQ(Log(), (std::vector<std::string>{"register wide", "unregister wide", "register tall",
+                                             "register wide", "unregister tall", "unregister wide"}));
+  register_result_ = E_NOTIMPL;  // as without composition
+  EXPECT_FALSE(manager_->IsCompositionEnabled() || Show(kWide) ||
+               manager_->SetThumbnail(kWide, nullptr, 0, 0, 0, kTall) ||
+               !manager_->EntriesForTesting().empty());
+  register_result_ = S_OK;
+  EXPECT_TRUE(manager_->IsCompositionEnabled());
+  Script(kWide, {1600, 900});
+  manager_->Start();
+  ASSERT_TRUE(Show(kWide) && WaitFor(kWideFit));
+  ASSERT_TRUE(Show(kWide, {0, 0, 160, 90}, kTall) && WaitFor("update wide 0,0,160,90 1d 255 1 1"));
+  Script(kWide, {90, 90});  // a resized source is fitted anew
+  ASSERT_TRUE(WaitFor("update wide 35,0,125,90 1d 255 1 1"));
+  EXPECT_EQ(Count("register wide"), 3);
+  EXPECT_EQ(manager_->EntriesForTesting().at(0).destination,
+            reinterpret_cast<HWND>(0x10));  // the first stays
+}
+
+TEST_F(ThumbnailManager, OneWorkerServesTheWholeLifeReleaseAlwaysFreesItAndNoLossIsReportedOnceItReturned) {
+  Script(kWide, {1600, 900});
+  manager_->Start();
+  manager_->Start();
+  ASSERT_TRUE(Show(kWide) && WaitFor(kWideFit));
+  const DWORD worker = worker_;
+  manager_->Stop();
+  manager_->Start();
+  ASSERT_TRUE(Show(kWide) && WaitFor(kWideFit));
+  EXPECT_TRUE(worker_ == worker && g_threads_started == 1);
+
+  base::ScopedHandle gate(NewEvent());
+  Script(kWide, {}, E_INVALIDARG);
+  {
+    std::lock_guard<std::mutex> hold(mutex_);
+    gate_ = gate.get();
+  }
+  ASSERT_EQ(WaitForSingleObject(entered_.get(), 5000), WAIT_OBJECT_0);  // a pass is under way
+  std::thread host(
+      [&] { ThumbnailRenderMgr::Release(std::exchange(manager_, nullptr)), SetEvent(released_.get()); });
+  // Release may wait for the pass; the pass doesn't wait for Release: the
+  // gate opens once Release has returned, or has had ample time to.
+  WaitForSingleObject(released_.get(), 200);
+  SetEvent(gate.get());
+  host.join();
+  EXPECT_EQ(WaitForSingleObject(destroyed_.get(), 5000), WAIT_OBJECT_0);
+  EXPECT_EQ(late_, 0);
+
+  for (bool refuse : {false, true}) {  // no worker to wait for: never started, or refused
+    base::ScopedHandle gone(NewEvent());
+    auto* manager = New(gone.get());
+    if (refuse) testing_support::RefuseThreads(), manager->Start();
+    ThumbnailRenderMgr::Release(manager);
+    EXPECT_EQ(WaitForSingleObject(gone.get(), 0), WAIT_OBJECT_0) << refuse;
+  }
 }
 
 }  // namespace

@@ -5,15 +5,13 @@ namespace picker_testing {
 namespace {
 
 void PaintQuadrants(HWND window, HDC dc) {
-  RECT client;
-  GetClientRect(window, &client);
-  const LONG x = client.right / 2, y = client.bottom / 2;
-  const RECT parts[4] = {
-      {0, 0, x, y}, {x, 0, client.right, y}, {0, y, x, client.bottom}, {x, y, client.right, client.bottom}};
+  RECT c;
+  GetClientRect(window, &c);
+  const LONG x = c.right / 2, y = c.bottom / 2;
   for (int i = 0; i < 4; ++i) {
-    HBRUSH brush = CreateSolidBrush(kQuadrantColors[i]);
-    FillRect(dc, &parts[i], brush);
-    DeleteObject(brush);
+    const RECT part = {i % 2 ? x : 0, i / 2 ? y : 0, i % 2 ? c.right : x, i / 2 ? c.bottom : y};
+    SetDCBrushColor(dc, kQuadrantColors[i]);
+    FillRect(dc, &part, static_cast<HBRUSH>(GetStockObject(DC_BRUSH)));
   }
 }
 
@@ -22,41 +20,34 @@ void PaintQuadrants(HWND window, HDC dc) {
 LRESULT CALLBACK TestWindow::Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
   if (message == WM_GETICON && self) {
-    self->icon_requests_.push_back(wparam);
-    if (wparam == ICON_BIG) return reinterpret_cast<LRESULT>(self->options_.big_answer);
-    return reinterpret_cast<LRESULT>(wparam == ICON_SMALL2 ? self->options_.small2_answer : nullptr);
+    self->icon_requests.push_back(wparam);
+    const WindowOptions& o = self->options;
+    return reinterpret_cast<LRESULT>(wparam == ICON_BIG      ? o.big_answer
+                                     : wparam == ICON_SMALL2 ? o.small2_answer
+                                                             : nullptr);
   }
-  if (message == WM_ERASEBKGND) return 1;
+  PAINTSTRUCT paint;
+  if (message == WM_PAINT) PaintQuadrants(window, BeginPaint(window, &paint)), EndPaint(window, &paint);
   if (message == WM_PRINTCLIENT) PaintQuadrants(window, reinterpret_cast<HDC>(wparam));
-  if (message == WM_PAINT) {
-    PAINTSTRUCT paint;
-    PaintQuadrants(window, BeginPaint(window, &paint));
-    EndPaint(window, &paint);
-  }
-  if (message == WM_PRINTCLIENT || message == WM_PAINT) return 0;
+  if (message == WM_PAINT || message == WM_PRINTCLIENT || message == WM_ERASEBKGND)
+    return message == WM_ERASEBKGND;
   return DefWindowProcW(window, message, wparam, lparam);
 }
 
 // A class of its own for each window: class icons differ from one to the next.
-TestWindow::TestWindow(const WindowOptions& options) : options_(options) {
+TestWindow::TestWindow(const WindowOptions& o) : options(o) {
   static int classes = 0;
   const std::wstring name = L"roomcore_picker_test_" + std::to_wstring(classes++);
-  const WNDCLASSEXW window_class = {sizeof(window_class),
-                                    0,
-                                    &Proc,
-                                    0,
-                                    0,
-                                    GetModuleHandleW(nullptr),
-                                    options.class_icon,
-                                    nullptr,
-                                    nullptr,
-                                    nullptr,
-                                    name.c_str(),
-                                    options.class_small_icon};
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = &Proc;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.hIcon = o.class_icon;
+  window_class.hIconSm = o.class_small_icon;
+  window_class.lpszClassName = name.c_str();
   RegisterClassExW(&window_class);
-  hwnd_ = CreateWindowExW(options.ex_style, name.c_str(), options.title.c_str(), options.style, options.x,
-                          options.y, options.width, options.height, options.owner, nullptr,
-                          GetModuleHandleW(nullptr), nullptr);
+  hwnd_ = CreateWindowExW(o.ex_style, name.c_str(), o.title.c_str(), o.style, o.x, o.y, o.width, o.height,
+                          o.owner, nullptr, GetModuleHandleW(nullptr), nullptr);
   SetWindowLongPtrW(hwnd_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
   MSG message;
   while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
@@ -66,12 +57,7 @@ HICON SolidIcon(int size, COLORREF color) {
   std::vector<uint32_t> pixels(static_cast<size_t>(size) * size,
                                (GetRValue(color) << 16) | (GetGValue(color) << 8) | GetBValue(color));
   std::vector<uint8_t> mask(static_cast<size_t>(size) * size / 8, 0);  // all opaque
-  ICONINFO info = {TRUE, 0, 0, CreateBitmap(size, size, 1, 1, mask.data()),
-                   CreateBitmap(size, size, 1, 32, pixels.data())};
-  HICON icon = CreateIconIndirect(&info);
-  DeleteObject(info.hbmColor);
-  DeleteObject(info.hbmMask);
-  return icon;
+  return CreateIcon(nullptr, size, size, 1, 32, mask.data(), reinterpret_cast<const BYTE*>(pixels.data()));
 }
 
 }  // namespace picker_testing

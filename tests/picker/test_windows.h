@@ -1,6 +1,5 @@
-// Real windows for the picker's tests and benchmarks: any style, four
-// coloured quadrants painted on the screen and into PrintWindow's context,
-// class icons, and answers to WM_GETICON, recording what was asked.
+// Real windows for the picker's tests and benchmarks: four coloured quadrants
+// on the screen and in PrintWindow's context, class icons, WM_GETICON answers.
 #pragma once
 
 #include <windows.h>
@@ -15,30 +14,31 @@ constexpr COLORREF kQuadrantColors[4] = {RGB(200, 30, 40), RGB(20, 180, 60), RGB
                                          RGB(250, 240, 10)};
 
 struct WindowOptions {
-  std::wstring title = L"roomcore picker test";
-  DWORD style = WS_OVERLAPPEDWINDOW | WS_VISIBLE;
-  DWORD ex_style = 0;
+  WindowOptions(std::wstring t = L"roomcore picker test", DWORD s = WS_OVERLAPPEDWINDOW | WS_VISIBLE,
+                int w = 200, int h = 150)
+      : title(std::move(t)), style(s), width(w), height(h) {}
+  std::wstring title;
+  DWORD style, ex_style = 0;
   HWND owner = nullptr;
-  int x = 40, y = 40, width = 200, height = 150;
+  int x = 40, y = 40, width, height;
   HICON class_icon = nullptr, class_small_icon = nullptr;  // null for none
   HICON big_answer = nullptr, small2_answer = nullptr;     // WM_GETICON answers; null answers nothing
 };
 
+// A window of a class of its own, which records the wParam of each WM_GETICON.
 class TestWindow {
  public:
   explicit TestWindow(const WindowOptions& options);
   ~TestWindow() { DestroyWindow(hwnd_); }
   TestWindow(const TestWindow&) = delete;
   TestWindow& operator=(const TestWindow&) = delete;
-
   HWND hwnd() const { return hwnd_; }
-  // The wParam of each WM_GETICON, in order.
-  const std::vector<WPARAM>& icon_requests() const { return icon_requests_; }
+
+  const WindowOptions options;
+  std::vector<WPARAM> icon_requests;
 
  private:
   static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
-  WindowOptions options_;
-  std::vector<WPARAM> icon_requests_;
   HWND hwnd_ = nullptr;
 };
 
