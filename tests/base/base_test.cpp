@@ -1,5 +1,4 @@
-// The foundation's exports as a host uses them: clock, process status and
-// geometry values.
+// The foundation's exports as a host uses them: clock, process status, geometry.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -24,24 +23,20 @@ TEST(Clock, TheMillisecondTickInEveryUnitAndSleepsThatLastTheirTime) {
   }
 }
 
-// A termination_child.exe run with `args`; its handle, killed and closed at the end.
-struct Child {
-  explicit Child(const std::wstring& args) {
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring command =
-        L"\"" + std::wstring(path, wcsrchr(path, L'\\') + 1) + L"termination_child.exe\" " + args;
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION info = {};
-    if (CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info)) {
-      CloseHandle(info.hThread);
-      handle = info.hProcess;
-    }
-  }
-  ~Child() { TerminateProcess(handle, 0), WaitForSingleObject(handle, 5000), CloseHandle(handle); }
-  HANDLE handle = nullptr;
-};
+// A termination_child.exe run with `args`, or null.
+HANDLE StartChild(const std::wstring& args) {
+  wchar_t path[MAX_PATH];
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring command =
+      L"\"" + std::wstring(path, wcsrchr(path, L'\\') + 1) + L"termination_child.exe\" " + args;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION info = {};
+  if (!CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
+    return nullptr;
+  CloseHandle(info.hThread);
+  return info.hProcess;
+}
 
 TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays) {
   const struct {
@@ -58,21 +53,23 @@ TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays)
                {L"exit 259", TerminationAbnormal, -7},  // the still-active code
                {L"wait", TerminationStillRunning, 258}};
   for (const auto& c : cases) {
-    Child child(c.args);
-    ASSERT_NE(child.handle, nullptr);
-    ASSERT_TRUE(c.status == TerminationStillRunning ||
-                WaitForSingleObject(child.handle, 10000) == WAIT_OBJECT_0);
+    const HANDLE child = StartChild(c.args);
+    ASSERT_NE(child, nullptr);
+    ASSERT_TRUE(c.status == TerminationStillRunning || WaitForSingleObject(child, 10000) == WAIT_OBJECT_0);
     int exit_code = -7;
-    EXPECT_EQ(GetTerminationStatus(child.handle, &exit_code), c.status) << c.args;
+    EXPECT_EQ(GetTerminationStatus(child, &exit_code), c.status) << c.args;
     EXPECT_EQ(exit_code, c.exit_code) << c.args;
-    EXPECT_EQ(GetTerminationStatus(child.handle, nullptr), c.status) << c.args;
-    // A handle that can't be queried: normal, with code 0.
-    HANDLE limited = nullptr;
-    DuplicateHandle(GetCurrentProcess(), child.handle, GetCurrentProcess(), &limited, SYNCHRONIZE, FALSE, 0);
-    EXPECT_EQ(GetTerminationStatus(limited, &exit_code), TerminationNormal);
-    EXPECT_EQ(exit_code, 0);
-    CloseHandle(limited);
+    EXPECT_EQ(GetTerminationStatus(child, nullptr), c.status) << c.args;
+    TerminateProcess(child, 0), WaitForSingleObject(child, 5000), CloseHandle(child);
   }
+  // A handle that can't be queried: normal, with code 0.
+  HANDLE limited = nullptr;
+  DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), &limited, SYNCHRONIZE, FALSE,
+                  0);
+  int exit_code = -7;
+  EXPECT_EQ(GetTerminationStatus(limited, &exit_code), TerminationNormal);
+  EXPECT_EQ(exit_code, 0);
+  CloseHandle(limited);
   EXPECT_EQ(GetTerminationStatus(nullptr, nullptr), TerminationNormal);
 }
 
@@ -87,14 +84,13 @@ TEST(Geometry, DefaultsMarksAndTolerantComparisons) {
   const Rect3D r(Rect3D(1, 2, 3, 4, 5));
   Size3D s;
   s = Size3D(7, 8, 9);
-  EXPECT_TRUE(IsMark(kFloatNA));
   EXPECT_TRUE(p.x == 0 && p.y == 0 && p.z == 0 && s.cx == 7 && s.cz == 9 && r.left == 1 && r.z == 5);
   const PointOpt po;
   const SizeOpt so;
   const RectOpt ro;
   const PointOptEx pe;
-  for (float f :
-       {po.x, po.y, po.z, so.cx, so.cy, so.cz, ro.left, ro.top, ro.right, ro.bottom, ro.z, pe.x, pe.z})
+  for (float f : {kFloatNA, po.x, po.y, po.z, so.cx, so.cy, so.cz, ro.left, ro.top, ro.right, ro.bottom, ro.z,
+                  pe.x, pe.z})
     EXPECT_TRUE(IsMark(f));
   const RectOpt sized(Point3D(10, 20, 5), Size3D(30, 40, 7));
   EXPECT_TRUE(sized.left == 10 && sized.top == 20 && sized.right == 40 && sized.bottom == 60 && sized.z == 5);

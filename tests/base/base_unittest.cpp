@@ -1,5 +1,4 @@
-// The foundation's inner pieces: the clock behind its seam, frames, queue and
-// pool, text conversion, the version tables.
+// The foundation's inner pieces: clock behind its seam, frames, queue, pool, text, version tables.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -115,12 +114,11 @@ TEST(FrameQueue, FramesWithoutGapsAndAQueueThatDropsTheOldestAndLeaksNothing) {
   {
     FrameQueue queue(12);
     I420Frame sentinel = {}, *untouched = &sentinel;
-    EXPECT_FALSE(queue.Pop(&untouched));
-    EXPECT_EQ(untouched, &sentinel);
+    EXPECT_TRUE(!queue.Pop(&untouched) && untouched == &sentinel);
     queue.Clear();
     for (int n = 1; n <= 13; ++n) EXPECT_TRUE(queue.Push(Numbered(n)));
-    std::vector<int64_t> expected = {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13};  // 1 dropped, and freed
-    EXPECT_EQ(Drain(queue), expected);
+    EXPECT_EQ(Drain(queue),
+              (std::vector<int64_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13}));  // 1 dropped, freed
     for (int n = 1; n <= 5; ++n) queue.Push(Numbered(n));
     queue.Clear();
     EXPECT_TRUE(Drain(queue).empty());
@@ -213,7 +211,7 @@ TEST(Text, Utf8ToWideOnBothPathsAndTheVersionTables) {
   for (int i = 0; i < 4; ++i) threads[i] = std::thread([&seen, i] { seen[i] = &SystemInfo::Instance(); });
   for (auto& t : threads) t.join();
   const SystemInfo& info = SystemInfo::Instance();
-  EXPECT_TRUE(seen[0] == &info && seen[1] == &info && seen[2] == &info && seen[3] == &info);  // one record
+  EXPECT_EQ(std::count(seen, seen + 4, &info), 4);  // one record
   EXPECT_EQ(GetWindowsVersion(), VersionFromNumbers(info.major, info.minor));
   EXPECT_TRUE(info.processors >= 1 && info.allocation_granularity > 0 &&
               info.architecture != SystemInfo::ArchitectureOther);
