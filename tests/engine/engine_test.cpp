@@ -1,9 +1,7 @@
-// What the host sees of each operation and each SDK callback: the SDK calls
-// ("@T": on the task thread; "V": the four encoder settings of the camera,
-// "R": those of a room, "E": the room entry), the events and results, and the
-// log lines, all of them and in order; then what takes time or more than one
-// thread: statistics, the frame log's cadence, release under way, the
-// desktop stream.
+// What the host sees of each operation and each SDK callback: the SDK calls ("@T": on the task thread; "V":
+// the four encoder settings of the camera, "R": those of a room, "E": the room entry), the events and
+// results, and the log lines, all of them and in order; then what takes time or more than one thread:
+// statistics, the frame log's cadence, release under way, the desktop stream.
 #include <atomic>
 #include <deque>
 #include <random>
@@ -86,7 +84,7 @@ TEST_F(EngineTest, EachOperationAndCallback) {
       "getCurrentMicDevice()@T|getMicDevicesList()@T|getCameraDevicesList()@T|getSpeakerDevicesList() # "
       "OnDeviceChanged(1)@T|OnDeviceChanged(0)@T|=<false>|=n*510|=<false> # onDeviceChange: x , mic state is "
       "1|onDeviceChange: y , camera state is 1|OnCameraChangedTask",
-      "current(0,Mic A); devices(0,Mic B,Mic C); watchMics; onDeviceChange(Mic C,0,0); drain; "
+      "current(0,Mic A); devices(0,Mic B,Mic C); watch(1); onDeviceChange(Mic C,0,0); drain; "
       "onDeviceChange(Mic C,0,1); drain; onDeviceChange(Mic C,0,2) # "
       "getCurrentMicDevice()@T|getMicDevicesList()@T|getCurrentMicDevice()@T|getMicDevicesList()@T|"
       "getCurrentMicDevice()@T|getMicDevicesList()@T # =Mic B/Mic C@T|OnDeviceChanged(1)@T|=Mic B/Mic "
@@ -94,7 +92,7 @@ TEST_F(EngineTest, EachOperationAndCallback) {
       "0|OnMicChangedTask, get_dev: Mic A|onDeviceChange: Mic C , mic state is 1|OnMicChangedTask, get_dev: "
       "Mic A|onDeviceChange: Mic C , mic state is 2|OnMicChangedTask, get_dev: Mic A",
       "SetCameraDevice(Cam A); OpenCamera(0); StartCameraDeviceTest(0); forget; devices(2,Cam B); "
-      "watchCameras; onDeviceChange(Cam B,2,1); drain; onDeviceChange(Cam A,2,0); drain; onDeviceChange(Cam "
+      "watch(0); onDeviceChange(Cam B,2,1); drain; onDeviceChange(Cam A,2,0); drain; onDeviceChange(Cam "
       "A,2,2); drain; onDeviceChange(Cam A,2,1) # "
       "getCameraDevicesList()@T|getCameraDevicesList()@T|getCameraDevicesList()@T|stopCameraDeviceTest()@T|"
       "getCameraDevicesList()@T # =Cam B@T|OnDeviceChanged(0)@T|=Cam B@T|OnDeviceChanged(0)@T|=Cam "
@@ -215,14 +213,12 @@ TEST_F(EngineTest, EachOperationAndCallback) {
     EXPECT_EQ(log, expected) << c[0];
   }
 }
-
 TRTCStatistics Stats(int64_t received, int64_t sent, TRTCRemoteStatistics* remotes = nullptr,
                      uint32_t n = 0) {
   return {3, 4, 11, 37, 45, received, sent, nullptr, 0, remotes, n};
 }
-
-// Rates over whole seconds since the statistics before, which set the
-// baseline, as do those within a second; without a host none do.
+// Rates over whole seconds since the statistics before, which set the baseline, as do those within a second;
+// without a host none do.
 TEST_F(EngineTest, StatisticsRatesOverWholeSecondsSinceTheLast) {
   Run("EnterRoom(1400,1234,alice,sig)");
   ASSERT_TRUE(events_.WaitFor("OnEnterRoom(0,success)"));
@@ -250,10 +246,8 @@ TEST_F(EngineTest, StatisticsRatesOverWholeSecondsSinceTheLast) {
                                       "OnStatistics(45,2,100,2000,3,4,11,37,0),bob(7,1),carol(7,1),dave(0,2)",
                                       "OnStatistics(45,2,0,0,3,4,11,37,0),null"}));
 }
-
-// The counters live as long as the library: a fresh copy of it starts them
-// at zero whatever ran before in this process. Video counts from 0, audio
-// from 1.
+// The counters live as long as the library: a fresh copy of it starts them at zero whatever ran before in
+// this process. Video counts from 0, audio from 1.
 TEST_F(EngineTest, FrameLogLinesAreOneInSixtyAndOneInAHundredFromTheStart) {
   Run("release");
   wchar_t path[MAX_PATH], temp[MAX_PATH];
@@ -268,10 +262,10 @@ TEST_F(EngineTest, FrameLogLinesAreOneInSixtyAndOneInAHundredFromTheStart) {
   const std::wstring me = std::to_wstring(GetCurrentThreadId());
   const std::wstring local = L"OnLocalVideoFrame:thread=" + me + L", w=2, h=2, pts=77, video_type=1";
   for (int i = 0; i < 61; ++i) {
-    Render("", 0, TRTCVideoPixelFormat_BGRA32, 2, 2);
+    Run("render(,0,3,2,2)");
     EXPECT_EQ(log_.Count(local), i < 60 ? 1 : 2) << i;
   }
-  Render("bob", 2, TRTCVideoPixelFormat_BGRA32, 4, 4);
+  Run("render(bob,2,3,4,4)");
   EXPECT_EQ(Log().back(),
             L"OnRemoteVideoFrame:thread=" + me + L", usr_id:bob, w=4, h=4, pts=77, video_type=2");
   TRTCAudioFrame frame = {};
@@ -289,14 +283,12 @@ TEST_F(EngineTest, FrameLogLinesAreOneInSixtyAndOneInAHundredFromTheStart) {
   FreeLibrary(library);
   DeleteFileW(copy.c_str());
 }
-
-// Host threads, the SDK's thread and the task thread at once: room calls hold
-// lock_ across the SDK, the task thread reloads lists under it, the host reads
-// them inside OnDeviceChanged, frames and volumes read the local user while
-// the host stores another. Nothing deadlocks, nothing tears.
+// Host threads, the SDK's thread and the task thread at once: room calls hold lock_ across the SDK, the task
+// thread reloads lists under it, the host reads them inside OnDeviceChanged, frames and volumes read the
+// local user while the host stores another. Nothing deadlocks, nothing tears.
 TEST_F(EngineTest, HostSdkAndTaskThreadsTogether) {
   const std::string alice(40, 'a'), bob(60, 'b');  // longer than a small-string buffer
-  Run("EnterRoom(1,2,a*40,s); watchCameras");
+  Run("EnterRoom(1,2,a*40,s); watch(0)");
   std::atomic<bool> stop{false};
   std::thread room([&] {
     for (int i = 0; !stop; ++i)
@@ -318,11 +310,9 @@ TEST_F(EngineTest, HostSdkAndTaskThreadsTogether) {
     EXPECT_TRUE(!reads_local_user || id == alice || id == bob) << text;
   }
 }
-
-// A callback under way on an SDK thread when the host releases the engine
-// finishes with the SDK object before that is destroyed. The host's event
-// holds it until the destruction begins, or half a second where the release
-// rightly waits.
+// A callback under way on an SDK thread when the host releases the engine finishes with the SDK object before
+// that is destroyed. The host's event holds it until the destruction begins, or half a second where the
+// release rightly waits.
 TEST_F(EngineTest, ReleaseLetsACallbackUnderWayFinishBeforeTheSdkGoes) {
   base::ScopedHandle in_event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   events_.on_event = [&](const std::string&) {
@@ -338,9 +328,8 @@ TEST_F(EngineTest, ReleaseLetsACallbackUnderWayFinishBeforeTheSdkGoes) {
                   "setAudioFrameCallback(callback)|startRemoteView(bob,0)|destroyTRTCShareInstance()",
                   '|'));
 }
-
-// One pull as the SDK makes it: the picture, or "<n>" for a result n without
-// one, which leaves the frame as it was; nothing is written past it.
+// One pull as the SDK makes it: the picture, or "<n>" for a result n without one, which leaves the frame as
+// it was; nothing is written past it.
 std::string Pull(TRTCVideoFrame* frame) {
   static std::vector<uint8_t> buffer(1920 * 1080 * 3 / 2 + 1);
   std::fill(buffer.begin(), buffer.end(), 0xEE);
@@ -349,7 +338,6 @@ std::string Pull(TRTCVideoFrame* frame) {
   EXPECT_TRUE(n > 0 || (frame->width == 0 && frame->length == buffer.size())) << "a pull without a picture";
   return n > 0 ? std::string(buffer.begin(), buffer.begin() + n) : "<" + std::to_string(n) + ">";
 }
-
 TEST_F(EngineTest, PicturesPushedWhileSharingComeOutOfThePullOnceAndWhole) {
   TRTCVideoFrame frame;
   Run("PushDesktopFrame(1); EnableCaptureDesktopVideo(1); PushDesktopFrame(0); EnableCaptureDesktopVideo(0); "
@@ -366,8 +354,7 @@ TEST_F(EngineTest, PicturesPushedWhileSharingComeOutOfThePullOnceAndWhole) {
   EXPECT_EQ(SdkCalls(0), Split("setStreamDataSource(source,0)|setStreamDataSource(null,0)|"
                                "setStreamDataSource(source,0)|setStreamDataSource(null,0)",
                                '|'));
-  // Any size, any stated length, with its pts; a queue of 12 that drops the
-  // oldest, at any rate of pulls.
+  // Any size, any stated length, with its pts; a queue of 12 that drops the oldest, at any rate of pulls.
   Run("EnableCaptureDesktopVideo(1)");
   struct Case {
     int width, height, length, pushes, pull_every;

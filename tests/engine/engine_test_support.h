@@ -1,6 +1,5 @@
-// The engine as a host sees it, against the liteav.dll stand-in: an event
-// interface that records what arrives, and the folder's fixture, which runs
-// scripts of host calls and SDK callbacks.
+// The engine as a host sees it, against the liteav.dll stand-in: an event interface that records what
+// arrives, and the folder's fixture, which runs scripts of host calls and SDK callbacks.
 #pragma once
 
 #include <windows.h>
@@ -52,7 +51,6 @@ inline Strings Split(const std::string& text, char separator) {
   }
   return parts;
 }
-
 // The texts of what arrives, "@T" added to those that come on `task_thread`.
 class RecordingEvents : public RTCEngineEvent {
  public:
@@ -77,10 +75,9 @@ class RecordingEvents : public RTCEngineEvent {
   EVENT(OnMicTestVolume, (int32_t volume), volume)
   EVENT(OnNetworkQuality, (const int32_t* status), *status)
 #undef EVENT
-  void OnUserVoiceVolume(const VolumeRecord* volumes, uint32_t count) override {
+  void OnUserVoiceVolume(const VolumeRecord* v, uint32_t count) override {
     std::string text;
-    for (uint32_t i = 0; i < count; ++i)
-      text += "," + Text(volumes[i].usr_id) + ":" + Text(volumes[i].volume);
+    for (uint32_t i = 0; i < count; ++i) text += "," + Text(v[i].usr_id) + ":" + Text(v[i].volume);
     Add("OnUserVoiceVolume(" + text.substr(1) + ")");
   }
   void OnStatistics(const EngineStatistics* s) override {
@@ -127,7 +124,6 @@ class RecordingEvents : public RTCEngineEvent {
   std::condition_variable changed_;
   Strings texts_;
 };
-
 // The SDK's calls so far, "@T" added to those made on `task_thread`.
 inline Strings SdkCalls(DWORD task_thread) {
   Strings calls;
@@ -139,9 +135,8 @@ inline Strings SdkCalls(DWORD task_thread) {
   }
   return calls;
 }
-
-// The names that a list operation gives joined with "/", or "<false>" with
-// null and 0; the array freed as a host frees it, reserved halves all zero.
+// The names that a list operation gives joined with "/", or "<false>" with null and 0; the array freed as a
+// host frees it, reserved halves all zero.
 using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
 inline std::string Names(RTCEngine* engine, ListFn list) {
   DeviceRecord* devices = reinterpret_cast<DeviceRecord*>(1);
@@ -155,22 +150,8 @@ inline std::string Names(RTCEngine* engine, ListFn list) {
   FreeDeviceRecords(devices);
   return names;
 }
-
-// Renders a frame as the SDK does, on the calling thread, with pts 77.
-inline void Render(const char* id, int32_t stream, int32_t format, int32_t width, int32_t height,
-                   int32_t rotation = 0) {
-  static char pixels[16];
-  TRTCVideoFrame frame = {};
-  frame.video_format = format;
-  frame.data = pixels;
-  frame.length = 1;  // not read
-  frame.width = width, frame.height = height, frame.timestamp = 77, frame.rotation = rotation;
-  (*id ? LiteavRemoteRenderCallback(id) : LiteavLocalRenderCallback())
-      ->onRenderVideoFrame(id, stream, &frame);
-}
-
-// A script's argument as the parameter's type: "null" a null text or record,
-// "*" a record without its NUL, other pointers null.
+// A script's argument as the parameter's type: "null" a null text or record, "*" a record without its NUL,
+// other pointers null.
 struct Arg {
   const std::string& text;
   mutable DeviceRecord record;
@@ -188,9 +169,8 @@ struct Arg {
     return static_cast<T>(std::stoll(text));
   }
 };
-
-// A fresh engine, initialised, over two microphones, two cameras and one
-// speaker. Without `answer` the stand-in doesn't answer room calls.
+// A fresh engine, initialised, over two microphones, two cameras and one speaker. Without `answer` the
+// stand-in doesn't answer room calls.
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override { Start(); }
@@ -214,9 +194,8 @@ class EngineTest : public ::testing::Test {
     liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
     log_.Clear(), events_.Clear();
   }
-  // Waits until the task thread has served every post made so far, and what
-  // those posted in turn: it hands a WM_TIMER with a procedure to
-  // DispatchMessageW, in the queue's order.
+  // Waits until the task thread has served every post made so far, and what those posted in turn: it hands a
+  // WM_TIMER with a procedure to DispatchMessageW, in the queue's order.
   void Drain() {
     for (int round = 0; round < 2; ++round) {
       base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -236,9 +215,8 @@ class EngineTest : public ::testing::Test {
     return lines;
   }
 
-  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of
-  // the engine and SDK callbacks by their own names (results noted as
-  // events), and the steps below. "every" runs each operation.
+  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of the engine and SDK callbacks by
+  // their own names (results noted as events), and the steps below. "every" runs each operation.
   void Run(const std::string& script) {
     for (const std::string& statement : Split(script, ';')) {
       const size_t open = statement.find('('), begin = statement.find_first_not_of(' ');
@@ -262,25 +240,20 @@ class EngineTest : public ::testing::Test {
   }
   void Step(const std::string& name, Strings a) {
     const auto I = [&](size_t i) { return std::stoi(a.at(i)); };
-    const auto watch = [&](const char* change, ListFn list) {
-      events_.on_event = [=](const std::string& text) {
-        if (text == change) events_.Note(Names(engine_, list));
-      };
-    };
     static const char kPicture[6] = {};
     // clang-format off
 #define E(name) {#name, Op(a, &engine_, &RTCEngine::name)}
 #define C(name) {#name, Op(a, &sdk_, &ITRTCCloudCallback::name)}
 #define L(name) {#name, [&] { events_.Note(Names(engine_, &RTCEngine::name)); }}
     const std::map<std::string, std::function<void()>> steps = {
-      E(UnInitialize), E(IsInRoom), E(EnterRoom), E(ReEnterRoom), E(ExitRoom), E(SetCameraDevice), E(OpenCamera),
-      E(CloseCamera), E(OpenMicDevice), E(EnableCaptureDesktopVideo), E(CloseMicDevice), E(Reserved1),
-      E(GetMicVolume), E(Reserved2), E(EnableCaptureSystemAudio), E(SetSpeakerDevice), E(SetSpeakerVolume),
-      E(GetSpeakerVolume), E(EnableLocalAudio), E(EnableLocalVideo), E(MuteRemoteAudio), E(MuteAllRemoteAudio),
-      E(StartRemoteCameraView), E(StopRemoteCameraView), E(StartAllRemoteVidw), E(StopAllRemoteView),
-      E(StartRemoteDesktopView), E(StopRemoteDesktopView), E(Reserved3), E(SetRemoteStreamType),
-      E(StartCameraDeviceTest), E(StopCameraDeviceTest), E(StartMicDeviceTest), E(StopMicDeviceTest),
-      L(GetMicDevices), L(GetSpeakerDevices), L(GetCameraDevices),
+      E(UnInitialize), E(IsInRoom), E(EnterRoom), E(ReEnterRoom), E(ExitRoom), E(SetCameraDevice),
+      E(OpenCamera), E(CloseCamera), E(OpenMicDevice), E(EnableCaptureDesktopVideo), E(CloseMicDevice),
+      E(Reserved1), E(GetMicVolume), E(Reserved2), E(EnableCaptureSystemAudio), E(SetSpeakerDevice),
+      E(SetSpeakerVolume), E(GetSpeakerVolume), E(EnableLocalAudio), E(EnableLocalVideo), E(MuteRemoteAudio),
+      E(MuteAllRemoteAudio), E(StartRemoteCameraView), E(StopRemoteCameraView), E(StartAllRemoteVidw),
+      E(StopAllRemoteView), E(StartRemoteDesktopView), E(StopRemoteDesktopView), E(Reserved3),
+      E(SetRemoteStreamType), E(StartCameraDeviceTest), E(StopCameraDeviceTest), E(StartMicDeviceTest),
+      E(StopMicDeviceTest), L(GetMicDevices), L(GetSpeakerDevices), L(GetCameraDevices),
       {"PushDesktopFrame", [&] { events_.Note(Text(engine_->PushDesktopFrame(kPicture, 6, 2, 2, I(0)))); }},
       {"Initialize", [&] { engine_->Initialize(nullptr, &events_), sdk_ = LiteavCloudCallback(); }},
       C(onEnterRoom), C(onExitRoom), C(onError), C(onWarning), C(onUserEnter), C(onUserExit), C(onStatistics),
@@ -292,23 +265,32 @@ class EngineTest : public ::testing::Test {
         std::vector<TRTCVolumeInfo> volumes;
         for (std::string& entry : a) {
           if (entry.empty()) continue;
-          volumes.push_back({entry.c_str(), static_cast<uint32_t>(std::stoi(entry.substr(entry.rfind(':') + 1)))});
+          volumes.push_back({entry.c_str(), uint32_t(std::stoi(entry.substr(entry.rfind(':') + 1)))});
           entry[entry.rfind(':')] = '\0';
         }
         sdk_->onUserVoiceVolume(volumes.data(), static_cast<uint32_t>(volumes.size()), 0);
       }},
-      {"render", [&] { Render(a.at(0).c_str(), I(1), I(2), I(3), I(4), a.size() > 5 ? I(5) : 0); }},
+      {"render", [&] {  // "id,stream,format,width,height[,rotation]" as the SDK renders it, with pts 77
+        static char pixels[16];
+        TRTCVideoFrame frame = {I(2), 0, pixels, 1, I(3), I(4), 77, a.size() > 5 ? I(5) : 0};
+        (a[0].empty() ? LiteavLocalRenderCallback() : LiteavRemoteRenderCallback(a[0].c_str()))
+            ->onRenderVideoFrame(a[0].c_str(), I(1), &frame);
+      }},
       {"entered", [&] { Run("EnterRoom(1400,1234,alice,sig); drain; onEnterRoom(20); forget"); }},
       {"drain", [&] { Drain(); }}, {"forget", [&] { Forget(); }},
+      {"volume", [&] { LiteavSetVolume(I(0), I(1)); }},
       {"release", [&] { ReleaseRTCEngine(), engine_ = nullptr; }},
       {"create", [&] { engine_ = CreaeRTCEngine(), events_.task_thread = task_ = LiteavInstanceThreadId(); }},
       {"post", [&] { ASSERT_TRUE(PostThreadMessageW(task_, I(0), 0x10, 0)); }},
       {"log", [&] { LiteavLogCallback()->onLog(a.at(0).c_str(), 2, "module"); }},
       {"devices", [&] { liteav_control::SetDevices(I(0), Strings(a.begin() + 1, a.end())); }},
       {"current", [&] { LiteavSetCurrentDevice(I(0), Arg{a.at(1), {}}, a.size() > 2); }},
-      {"volume", [&] { LiteavSetVolume(I(0), I(1)); }},
-      {"watchMics", [&] { watch("OnDeviceChanged(1)@T", &RTCEngine::GetMicDevices); }},
-      {"watchCameras", [&] { watch("OnDeviceChanged(0)@T", &RTCEngine::GetCameraDevices); }},
+      {"watch", [&] {  // notes the list of the kind (0 cameras, 1 microphones) at each change of it
+        const ListFn list = I(0) ? &RTCEngine::GetMicDevices : &RTCEngine::GetCameraDevices;
+        events_.on_event = [=, change = "OnDeviceChanged(" + a[0] + ")@T"](const std::string& text) {
+          if (text == change) events_.Note(Names(engine_, list));
+        };
+      }},
       {"com", [&] {  // notes at the next event whether its thread has COM already
         events_.on_event = [&, done = std::make_shared<bool>(false)](const std::string&) {
           if (std::exchange(*done, true)) return;
@@ -322,16 +304,11 @@ class EngineTest : public ::testing::Test {
 #undef E
 #undef C
 #undef L
-    if (name == "every") {
-      a = Strings(4, "7");
-      for (const auto& step : steps) {
-        if (isupper(step.first[0]) && step.first != "Initialize") step.second();
-      }
-      return;
+    ASSERT_TRUE(name == "every" || steps.count(name)) << name;
+    if (name == "every") a = Strings(4, "7");
+    for (const auto& [step, run] : steps) {
+      if (name == "every" ? isupper(step[0]) && step != "Initialize" : step == name) run();
     }
-    const auto step = steps.find(name);
-    ASSERT_NE(step, steps.end()) << name;
-    step->second();
   }
 
   testing_support::LogCapture log_;
