@@ -113,16 +113,11 @@ TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
   const std::string brackets = std::string(100000, '[') + "\"{" + std::string(100000, '{');
-  const std::pair<int, std::string> cases[] = {
-      {254, "254"},
-      {255, "255"},
-      {100000, "x"},
-      {1, std::string(100000, '[') + "\\\"{" + std::string(100000, '{')}};
+  const std::string quoted = std::string(100000, '[') + "\\\"{" + std::string(100000, '{');
+  const std::pair<int, std::string> cases[] = {{254, "254"}, {255, "255"}, {100000, "x"}, {1, quoted}};
   for (const auto& [levels, data] : cases) {  // the message is the second level, its nest beside the elements
-    std::string json =
-        "[" +
-        Msg(Custom(data)).insert(1, "\"x\":" + std::string(levels, '[') + std::string(levels, ']') + ",") +
-        "]";
+    const std::string nest = std::string(levels, '[') + std::string(levels, ']');
+    std::string json = "[" + Msg(Custom(data)).insert(1, "\"x\":" + nest + ",") + "]";
     HANDLE thread =
         CreateThread(nullptr, 1 << 20, &Receive, &json, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
     ASSERT_TRUE(Wait(thread));
