@@ -84,7 +84,7 @@ TEST_F(ImTest, DuringADestroyOnlyItsTaskThreadGetsTheDyingInstance) {
   EXPECT_FALSE(handler.answered_early);
   EXPECT_EQ(user, "");
 }
-TEST_F(ImTest, InitializeWithItsConfigurationAndItsFailures) {
+TEST_F(ImTest, InitializeWithItsConfigurationAndTheOutcomesOfItsStepsAndTheJoin) {
   manager_->SetEventCallback(&journal_);
   manager_->LogInAndJoinGroup("-5", "2", "alice", "sig", kGroup);
   const char* paths[] = {"abc", "C:/rooms/", "D:\\data\\", ""};
@@ -98,10 +98,8 @@ TEST_F(ImTest, InitializeWithItsConfigurationAndItsFailures) {
   EXPECT_EQ(Sdk("TIMInit"),
             L(init + "{});" + init + path + "abc\\\\imconfig\"});" + init + path +
               "C:/rooms/\\\\imconfig\"});" + init + path + "D:\\\\data\\\\\\\\imconfig\"});" + init + "{})"));
-}
-// A scripted result or callback of one step: what the host hears, a log line, and the init, join, subscribe
-// and send calls, with data sent once the join has been reported.
-TEST_F(ImTest, InitializeAndJoinOutcomes) {
+  // A scripted result or callback of one step: what the host hears, a log line, and the init, join,
+  // subscribe and send calls, with data sent once the join has been reported.
   const struct {
     const char* function;
     int result, code;

@@ -41,9 +41,7 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
   void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
   void OnRecvC2CTextMessage(const char* from, const char* text) override { Add("c2c", from, text); }
-  void OnRecvGroupTextMessage(const char* g, const char* from, const char* text) override {
-    Add("text", g, from, text);
-  }
+  void OnRecvGroupTextMessage(const char* g, const char* f, const char* t) override { Add("text", g, f, t); }
   void OnRecvC2CCustomMessage(const char* from, const char* d, int n) override {
     Add("c2cdata", from, S({d, d + n}), N(n));
   }
@@ -89,11 +87,11 @@ inline std::string Msg(const std::string& elements, const std::string& conv = kG
   return "{\"message_conv_type\":" + N(type) + ",\"message_conv_id\":\"" + conv + "\",\"message_sender\":\"" +
          from + "\",\"message_elem_array\":[" + elements + "]}";
 }
-inline std::string Custom(const std::string& data) {
-  return "{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}";
+inline std::string Custom(const std::string& d) {
+  return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}";
 }
-inline std::string Text(const std::string& text) {
-  return "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}";
+inline std::string Text(const std::string& t) {
+  return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}";
 }
 class ImTest : public ::testing::Test {
  protected:
