@@ -1,6 +1,5 @@
-// The engine as a host sees it, against the liteav.dll stand-in: an event
-// interface that records what arrives, and the folder's fixture, which runs
-// scripts of host calls and SDK callbacks.
+// The engine as a host sees it, against the liteav.dll stand-in: an event interface that records what
+// arrives, and the folder's fixture, which runs scripts of host calls and SDK callbacks.
 #pragma once
 
 #include <windows.h>
@@ -15,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "base/scoped_handle.h"
@@ -35,8 +35,7 @@ std::string Call(const char* name, Args... args) {
   ((text += "," + Text(args)), ...);
   return std::string(name) + "(" + (text.empty() ? text : text.substr(1)) + ")";
 }
-// The parts between separators, empty ones too, none for ""; "c*n" stands
-// for n times c.
+// The parts between separators, empty ones too, none for ""; "c*n" stands for n times c.
 inline Strings Split(const std::string& text, char separator) {
   Strings parts(text.empty() ? 0 : 1);
   for (size_t i = 0; i < text.size(); ++i) {
@@ -52,7 +51,6 @@ inline Strings Split(const std::string& text, char separator) {
   }
   return parts;
 }
-
 // The texts of what arrives, "@T" added to those that come on `task_thread`.
 class RecordingEvents : public RTCEngineEvent {
  public:
@@ -66,12 +64,10 @@ class RecordingEvents : public RTCEngineEvent {
   EVENT(OnTryToReconnect, ())
   EVENT(OnConnectionLost, ())
   EVENT(OnConnectionRecovery, ())
-  EVENT(OnLocalVideoFrame,
-        (const char* id, const void* data, int32_t size, int32_t w, int32_t h, int32_t type), id,
-        data ? "data" : nullptr, size, w, h, type)
-  EVENT(OnRemoteVideoFrame,
-        (const char* id, const void* data, int32_t size, int32_t w, int32_t h, int32_t type), id,
-        data ? "data" : nullptr, size, w, h, type)
+  EVENT(OnLocalVideoFrame, (const char* id, const void* d, int32_t n, int32_t w, int32_t h, int32_t type), id,
+        d ? "data" : nullptr, n, w, h, type)
+  EVENT(OnRemoteVideoFrame, (const char* id, const void* d, int32_t n, int32_t w, int32_t h, int32_t type),
+        id, d ? "data" : nullptr, n, w, h, type)
   EVENT(OnDeviceChanged, (int32_t kind), kind)
   EVENT(OnUserVideoAvailable, (const char* id, bool on), id, on)
   EVENT(OnUserSubStreamAvailable, (const char* id, bool on), id, on)
@@ -79,10 +75,9 @@ class RecordingEvents : public RTCEngineEvent {
   EVENT(OnMicTestVolume, (int32_t volume), volume)
   EVENT(OnNetworkQuality, (const int32_t* status), *status)
 #undef EVENT
-  void OnUserVoiceVolume(const VolumeRecord* volumes, uint32_t count) override {
+  void OnUserVoiceVolume(const VolumeRecord* v, uint32_t count) override {
     std::string text;
-    for (uint32_t i = 0; i < count; ++i)
-      text += "," + Text(volumes[i].usr_id) + ":" + Text(volumes[i].volume);
+    for (uint32_t i = 0; i < count; ++i) text += "," + Text(v[i].usr_id) + ":" + Text(v[i].volume);
     Add("OnUserVoiceVolume(" + text.substr(1) + ")");
   }
   void OnStatistics(const EngineStatistics* s) override {
@@ -93,7 +88,6 @@ class RecordingEvents : public RTCEngineEvent {
              s->app_cpu, s->system_cpu, s->reserved) +
         remotes);
   }
-
   // A result of the host's own calls, in line with the events.
   void Note(const std::string& text) { Add("=" + text); }
   Strings Texts() {
@@ -101,8 +95,8 @@ class RecordingEvents : public RTCEngineEvent {
     return texts_;
   }
   int Count(const std::string& text) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return static_cast<int>(std::count(texts_.begin(), texts_.end(), text));
+    const Strings texts = Texts();
+    return static_cast<int>(std::count(texts.begin(), texts.end(), text));
   }
   bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
     std::unique_lock<std::mutex> guard(mutex_);
@@ -113,7 +107,6 @@ class RecordingEvents : public RTCEngineEvent {
     std::lock_guard<std::mutex> guard(mutex_);
     texts_.clear();
   }
-
   // Runs on the event's thread with its text before it is recorded.
   std::function<void(const std::string&)> on_event;
   DWORD task_thread = 0;
@@ -123,18 +116,14 @@ class RecordingEvents : public RTCEngineEvent {
   void Add(std::string text) {
     if (GetCurrentThreadId() == task_thread) text += "@T";
     if (on_event) on_event(text);
-    {
-      std::lock_guard<std::mutex> guard(mutex_);
-      texts_.push_back(text);
-    }
+    std::lock_guard<std::mutex> guard(mutex_);
+    texts_.push_back(text);
     changed_.notify_all();
   }
-
   std::mutex mutex_;
   std::condition_variable changed_;
   Strings texts_;
 };
-
 // The SDK's calls so far, "@T" added to those made on `task_thread`.
 inline Strings SdkCalls(DWORD task_thread) {
   Strings calls;
@@ -146,9 +135,8 @@ inline Strings SdkCalls(DWORD task_thread) {
   }
   return calls;
 }
-
-// The names that a list operation gives joined with "/", or "<false>" with
-// null and 0; the array freed as a host frees it, reserved halves all zero.
+// The names that a list operation gives joined with "/", or "<false>" with null and 0; the array freed as a
+// host frees it, reserved halves all zero.
 using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
 inline std::string Names(RTCEngine* engine, ListFn list) {
   DeviceRecord* devices = reinterpret_cast<DeviceRecord*>(1);
@@ -162,32 +150,31 @@ inline std::string Names(RTCEngine* engine, ListFn list) {
   FreeDeviceRecords(devices);
   return names;
 }
-
-// Renders a frame as the SDK does, on the calling thread, with pts 77.
-inline void Render(const char* id, int32_t stream, int32_t format, int32_t width, int32_t height,
-                   int32_t rotation = 0) {
-  static char pixels[16];
-  TRTCVideoFrame frame = {};
-  frame.video_format = format;
-  frame.data = pixels;
-  frame.length = 1;  // not read
-  frame.width = width;
-  frame.height = height;
-  frame.timestamp = 77;
-  frame.rotation = rotation;
-  (*id ? LiteavRemoteRenderCallback(id) : LiteavLocalRenderCallback())
-      ->onRenderVideoFrame(id, stream, &frame);
-}
-
-// A fresh engine, initialised, over two microphones, two cameras and one
-// speaker. Without `answer` the stand-in doesn't answer room calls.
+// A script's argument as the parameter's type: "null" a null text or record, "*" a record without its NUL,
+// other pointers null.
+struct Arg {
+  const std::string& text;
+  mutable DeviceRecord record;
+  operator const char*() const { return text == "null" ? nullptr : text.c_str(); }
+  operator HWND() const { return reinterpret_cast<HWND>(static_cast<intptr_t>(std::stoi(text))); }
+  operator void*() const { return nullptr; }
+  operator TRTCStatistics() const { return {}; }
+  operator const DeviceRecord*() const {
+    memset(&record, text == "*" ? 'z' : 0, sizeof(record));
+    if (text != "*") strncpy(record.name, text.c_str(), sizeof(record.name) - 1);
+    return text == "null" ? nullptr : &record;
+  }
+  template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
+  operator T() const {
+    return static_cast<T>(std::stoll(text));
+  }
+};
+// A fresh engine, initialised, over two microphones, two cameras and one speaker. Without `answer` the
+// stand-in doesn't answer room calls.
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override { Start(); }
-  void TearDown() override {
-    ReleaseRTCEngine();
-    LiteavReset();
-  }
+  void TearDown() override { ReleaseRTCEngine(), LiteavReset(); }
   void Start(bool answer = true) {
     ReleaseRTCEngine();
     Forget();
@@ -205,12 +192,10 @@ class EngineTest : public ::testing::Test {
     liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
     liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
     liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
-    log_.Clear();
-    events_.Clear();
+    log_.Clear(), events_.Clear();
   }
-  // Waits until the task thread has served every post made so far, and what
-  // those posted in turn: it hands a WM_TIMER with a procedure to
-  // DispatchMessageW, in the queue's order.
+  // Waits until the task thread has served every post made so far, and what those posted in turn: it hands a
+  // WM_TIMER with a procedure to DispatchMessageW, in the queue's order.
   void Drain() {
     for (int round = 0; round < 2; ++round) {
       base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -230,10 +215,8 @@ class EngineTest : public ::testing::Test {
     return lines;
   }
 
-  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of
-  // the engine (results noted as events), SDK callbacks, and the steps below.
-  // "null" is a null text or record, "*" a record without its NUL; "every"
-  // runs each operation.
+  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of the engine and SDK callbacks by
+  // their own names (results noted as events), and the steps below. "every" runs each operation.
   void Run(const std::string& script) {
     for (const std::string& statement : Split(script, ';')) {
       const size_t open = statement.find('('), begin = statement.find_first_not_of(' ');
@@ -243,91 +226,71 @@ class EngineTest : public ::testing::Test {
            args.size() > 1 ? Split(args.substr(0, args.size() - 1), ',') : Strings(open != args.npos, ""));
     }
   }
+  // Calls `function` on `*self` with the arguments in `a`, noting its result.
+  template <typename T, typename R, typename... P>
+  std::function<void()> Op(const Strings& a, T* const* self, R (T::*function)(P...)) {
+    return [=, &a] { Apply(a, *self, function, std::index_sequence_for<P...>()); };
+  }
+  template <typename T, typename R, typename... P, size_t... i>
+  void Apply(const Strings& a, T* self, R (T::*function)(P...), std::index_sequence<i...>) {
+    static const std::string none;
+    if constexpr (std::is_void_v<R>) (self->*function)(Arg{i < a.size() ? a[i] : none, {}}...);
+    if constexpr (!std::is_void_v<R>)
+      events_.Note(Text((self->*function)(Arg{i < a.size() ? a[i] : none, {}}...)));
+  }
   void Step(const std::string& name, Strings a) {
-    RTCEngine* const e = engine_;
-    ITRTCCloudCallback* const sdk = sdk_;
-    DeviceRecord record = {};
-    auto S = [&](size_t i) { return a.at(i) == "null" ? nullptr : a[i].c_str(); };
-    auto I = [&](size_t i) { return std::stoi(a.at(i)); };
-    auto H = [&](size_t i) { return reinterpret_cast<HWND>(static_cast<intptr_t>(I(i))); };
-    auto R = [&](size_t i) -> const DeviceRecord* {
-      if (a.at(i) == "*") memset(&record, 'z', sizeof(record));
-      if (a[i] != "*") strncpy(record.name, a[i].c_str(), sizeof(record.name) - 1);
-      return a[i] == "null" ? nullptr : &record;
-    };
-    auto N = [&](int64_t value) { events_.Note(Text(value)); };
-    auto watch = [&](const char* change, ListFn list) {
-      events_.on_event = [=](const std::string& text) {
-        if (text == change) events_.Note(Names(engine_, list));
-      };
-    };
+    const auto I = [&](size_t i) { return std::stoi(a.at(i)); };
     static const char kPicture[6] = {};
-    // One table of every name that scripts use.
     // clang-format off
+#define E(name) {#name, Op(a, &engine_, &RTCEngine::name)}
+#define C(name) {#name, Op(a, &sdk_, &ITRTCCloudCallback::name)}
+#define L(name) {#name, [&] { events_.Note(Names(engine_, &RTCEngine::name)); }}
     const std::map<std::string, std::function<void()>> steps = {
-      {"Initialize", [&] { e->Initialize(nullptr, &events_), sdk_ = LiteavCloudCallback(); }},
-      {"UnInitialize", [&] { e->UnInitialize(); }}, {"IsInRoom", [&] { N(e->IsInRoom()); }},
-      {"EnterRoom", [&] { N(e->EnterRoom(S(0), S(1), S(2), S(3))); }},
-      {"ReEnterRoom", [&] { N(e->ReEnterRoom()); }}, {"ExitRoom", [&] { N(e->ExitRoom()); }},
-      {"GetMicDevices", [&] { events_.Note(Names(e, &RTCEngine::GetMicDevices)); }},
-      {"GetSpeakerDevices", [&] { events_.Note(Names(e, &RTCEngine::GetSpeakerDevices)); }},
-      {"GetCameraDevices", [&] { events_.Note(Names(e, &RTCEngine::GetCameraDevices)); }},
-      {"SetCameraDevice", [&] { e->SetCameraDevice(R(0)); }}, {"OpenCamera", [&] { e->OpenCamera(H(0)); }},
-      {"CloseCamera", [&] { e->CloseCamera(); }}, {"OpenMicDevice", [&] { e->OpenMicDevice(R(0)); }},
-      {"EnableCaptureDesktopVideo", [&] { e->EnableCaptureDesktopVideo(I(0)); }},
-      {"PushDesktopFrame", [&] { N(e->PushDesktopFrame(kPicture, 6, 2, 2, I(0))); }},
-      {"CloseMicDevice", [&] { e->CloseMicDevice(); }}, {"Reserved1", [&] { e->Reserved1(I(0)); }},
-      {"GetMicVolume", [&] { N(e->GetMicVolume()); }}, {"Reserved2", [&] { e->Reserved2(); }},
-      {"EnableCaptureSystemAudio", [&] { e->EnableCaptureSystemAudio(I(0)); }},
-      {"SetSpeakerDevice", [&] { e->SetSpeakerDevice(R(0)); }},
-      {"SetSpeakerVolume", [&] { e->SetSpeakerVolume(I(0)); }},
-      {"GetSpeakerVolume", [&] { N(e->GetSpeakerVolume()); }},
-      {"EnableLocalAudio", [&] { e->EnableLocalAudio(I(0)); }},
-      {"EnableLocalVideo", [&] { e->EnableLocalVideo(I(0)); }},
-      {"MuteRemoteAudio", [&] { e->MuteRemoteAudio(S(0), I(1)); }},
-      {"MuteAllRemoteAudio", [&] { e->MuteAllRemoteAudio(I(0)); }},
-      {"StartRemoteCameraView", [&] { e->StartRemoteCameraView(S(0), H(1)); }},
-      {"StopRemoteCameraView", [&] { e->StopRemoteCameraView(S(0)); }},
-      {"StartAllRemoteVidw", [&] { e->StartAllRemoteVidw(); }}, {"StopAllRemoteView", [&] { e->StopAllRemoteView(); }},
-      {"StartRemoteDesktopView", [&] { e->StartRemoteDesktopView(S(0), H(1)); }},
-      {"StopRemoteDesktopView", [&] { e->StopRemoteDesktopView(S(0)); }}, {"Reserved3", [&] { e->Reserved3(I(0)); }},
-      {"SetRemoteStreamType", [&] { e->SetRemoteStreamType(S(0), I(1)); }},
-      {"StartCameraDeviceTest", [&] { e->StartCameraDeviceTest(H(0)); }},
-      {"StopCameraDeviceTest", [&] { e->StopCameraDeviceTest(); }},
-      {"StartMicDeviceTest", [&] { e->StartMicDeviceTest(); }}, {"StopMicDeviceTest", [&] { e->StopMicDeviceTest(); }},
-      {"onEnterRoom", [&] { sdk->onEnterRoom(I(0)); }}, {"onExitRoom", [&] { sdk->onExitRoom(I(0)); }},
-      {"onError", [&] { sdk->onError(I(0), S(1), nullptr); }}, {"onWarning", [&] { sdk->onWarning(I(0), S(1), nullptr); }},
-      {"onUserEnter", [&] { sdk->onUserEnter(S(0)); }}, {"onUserExit", [&] { sdk->onUserExit(S(0), I(1)); }},
-      {"onUserVideoAvailable", [&] { sdk->onUserVideoAvailable(S(0), I(1)); }},
-      {"onUserSubStreamAvailable", [&] { sdk->onUserSubStreamAvailable(S(0), I(1)); }},
-      {"onUserAudioAvailable", [&] { sdk->onUserAudioAvailable(S(0), I(1)); }},
-      {"onConnectionLost", [&] { sdk->onConnectionLost(); }}, {"onTryToReconnect", [&] { sdk->onTryToReconnect(); }},
-      {"onConnectionRecovery", [&] { sdk->onConnectionRecovery(); }},
-      {"onCameraDidReady", [&] { sdk->onCameraDidReady(); }}, {"onMicDidReady", [&] { sdk->onMicDidReady(); }},
-      {"onDeviceChange", [&] { sdk->onDeviceChange(S(0), I(1), I(2)); }},
-      {"onTestMicVolume", [&] { sdk->onTestMicVolume(I(0)); }},
-      {"onNetworkQuality", [&] { sdk->onNetworkQuality({"", I(0)}, nullptr, 0); }},
-      {"onStatistics", [&] { sdk->onStatistics(TRTCStatistics()); }},
+      E(UnInitialize), E(IsInRoom), E(EnterRoom), E(ReEnterRoom), E(ExitRoom), E(SetCameraDevice),
+      E(OpenCamera), E(CloseCamera), E(OpenMicDevice), E(EnableCaptureDesktopVideo), E(CloseMicDevice),
+      E(Reserved1), E(GetMicVolume), E(Reserved2), E(EnableCaptureSystemAudio), E(SetSpeakerDevice),
+      E(SetSpeakerVolume), E(GetSpeakerVolume), E(EnableLocalAudio), E(EnableLocalVideo), E(MuteRemoteAudio),
+      E(MuteAllRemoteAudio), E(StartRemoteCameraView), E(StopRemoteCameraView), E(StartAllRemoteVidw),
+      E(StopAllRemoteView), E(StartRemoteDesktopView), E(StopRemoteDesktopView), E(Reserved3),
+      E(SetRemoteStreamType), E(StartCameraDeviceTest), E(StopCameraDeviceTest), E(StartMicDeviceTest),
+      E(StopMicDeviceTest), L(GetMicDevices), L(GetSpeakerDevices), L(GetCameraDevices),
+      {"PushDesktopFrame", [&] { events_.Note(Text(engine_->PushDesktopFrame(kPicture, 6, 2, 2, I(0)))); }},
+      {"Initialize", [&] { engine_->Initialize(nullptr, &events_), sdk_ = LiteavCloudCallback(); }},
+      C(onEnterRoom), C(onExitRoom), C(onError), C(onWarning), C(onUserEnter), C(onUserExit), C(onStatistics),
+      C(onUserVideoAvailable), C(onUserSubStreamAvailable), C(onUserAudioAvailable), C(onConnectionLost),
+      C(onTryToReconnect), C(onConnectionRecovery), C(onCameraDidReady), C(onMicDidReady), C(onDeviceChange),
+      C(onTestMicVolume),
+      {"onNetworkQuality", [&] { sdk_->onNetworkQuality({"", I(0)}, nullptr, 0); }},
       {"onUserVoiceVolume", [&] {  // "id:volume,..."
         std::vector<TRTCVolumeInfo> volumes;
         for (std::string& entry : a) {
           if (entry.empty()) continue;
-          volumes.push_back({entry.c_str(), static_cast<uint32_t>(std::stoi(entry.substr(entry.rfind(':') + 1)))});
+          volumes.push_back({entry.c_str(), uint32_t(std::stoi(entry.substr(entry.rfind(':') + 1)))});
           entry[entry.rfind(':')] = '\0';
         }
-        sdk->onUserVoiceVolume(volumes.data(), static_cast<uint32_t>(volumes.size()), 0);
+        sdk_->onUserVoiceVolume(volumes.data(), static_cast<uint32_t>(volumes.size()), 0);
       }},
-      {"render", [&] { Render(a.at(0).c_str(), I(1), I(2), I(3), I(4), a.size() > 5 ? I(5) : 0); }},
+      {"render", [&] {  // "id,stream,format,width,height[,rotation]" as the SDK renders it, with pts 77
+        static char pixels[16];
+        TRTCVideoFrame frame = {I(2), 0, pixels, 1, I(3), I(4), 77, a.size() > 5 ? I(5) : 0};
+        (a[0].empty() ? LiteavLocalRenderCallback() : LiteavRemoteRenderCallback(a[0].c_str()))
+            ->onRenderVideoFrame(a[0].c_str(), I(1), &frame);
+      }},
+      {"entered", [&] { Run("EnterRoom(1400,1234,alice,sig); drain; onEnterRoom(20); forget"); }},
       {"drain", [&] { Drain(); }}, {"forget", [&] { Forget(); }},
+      {"volume", [&] { LiteavSetVolume(I(0), I(1)); }},
       {"release", [&] { ReleaseRTCEngine(), engine_ = nullptr; }},
       {"create", [&] { engine_ = CreaeRTCEngine(), events_.task_thread = task_ = LiteavInstanceThreadId(); }},
       {"post", [&] { ASSERT_TRUE(PostThreadMessageW(task_, I(0), 0x10, 0)); }},
-      {"log", [&] { LiteavLogCallback()->onLog(S(0), 2, "module"); }},
+      {"log", [&] { LiteavLogCallback()->onLog(a.at(0).c_str(), 2, "module"); }},
       {"devices", [&] { liteav_control::SetDevices(I(0), Strings(a.begin() + 1, a.end())); }},
-      {"current", [&] { LiteavSetCurrentDevice(I(0), S(1), a.size() > 2); }},
-      {"volume", [&] { LiteavSetVolume(I(0), I(1)); }},
-      {"watchMics", [&] { watch("OnDeviceChanged(1)@T", &RTCEngine::GetMicDevices); }},
-      {"watchCameras", [&] { watch("OnDeviceChanged(0)@T", &RTCEngine::GetCameraDevices); }},
+      {"current", [&] { LiteavSetCurrentDevice(I(0), Arg{a.at(1), {}}, a.size() > 2); }},
+      {"watch", [&] {  // notes the list of the kind (0 cameras, 1 microphones) at each change of it
+        const ListFn list = I(0) ? &RTCEngine::GetMicDevices : &RTCEngine::GetCameraDevices;
+        events_.on_event = [=, change = "OnDeviceChanged(" + a[0] + ")@T"](const std::string& text) {
+          if (text == change) events_.Note(Names(engine_, list));
+        };
+      }},
       {"com", [&] {  // notes at the next event whether its thread has COM already
         events_.on_event = [&, done = std::make_shared<bool>(false)](const std::string&) {
           if (std::exchange(*done, true)) return;
@@ -338,16 +301,14 @@ class EngineTest : public ::testing::Test {
       }},
     };
     // clang-format on
-    if (name == "every") {
-      a = Strings(4, "7");
-      for (const auto& step : steps) {
-        if (isupper(step.first[0]) && step.first != "Initialize") step.second();
-      }
-      return;
+#undef E
+#undef C
+#undef L
+    ASSERT_TRUE(name == "every" || steps.count(name)) << name;
+    if (name == "every") a = Strings(4, "7");
+    for (const auto& [step, run] : steps) {
+      if (name == "every" ? isupper(step[0]) && step != "Initialize" : step == name) run();
     }
-    const auto step = steps.find(name);
-    ASSERT_NE(step, steps.end()) << name;
-    step->second();
   }
 
   testing_support::LogCapture log_;

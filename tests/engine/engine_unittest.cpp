@@ -18,9 +18,8 @@ class RTCEngineImplTestPeer {
 namespace engine_test {
 namespace {
 
-// Without a task thread the host still gets an engine that it can drive and
-// release; nothing reaches the SDK, and the next engine starts normally. The
-// library's own microphone level reaches a listening host only.
+// Without a task thread the host still gets an engine that it can drive and release; nothing reaches the SDK,
+// and the next engine starts normally. The library's own microphone level reaches a listening host only.
 TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   Run("release; forget");
   {
@@ -40,9 +39,8 @@ TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   EXPECT_EQ(events_.Count("=<false>"), 6);
   EXPECT_EQ(events_.Texts().back(), "OnMicTestVolume(67)");
 }
-
-// Device records posted behind the loop's end are freed with it; once it has
-// ended no post goes out, and a record that can't go is freed by its poster.
+// Device records posted behind the loop's end are freed with it; once it has ended no post goes out, and a
+// record that can't go is freed by its poster.
 TEST(EngineUnit, RecordsQueuedBehindTheEndOfTheTaskLoopAreFreed) {
   RecordingEvents events;
   for (UINT end : {9000u, static_cast<UINT>(WM_QUIT)}) {
@@ -60,7 +58,6 @@ TEST(EngineUnit, RecordsQueuedBehindTheEndOfTheTaskLoopAreFreed) {
     EXPECT_EQ(testing_support::LiveAllocations(), live) << end;
   }
 }
-
 // Runs on the thread that first writes into a guarded page, amid the write.
 std::function<void()> g_on_guard_page;
 LONG CALLBACK OnGuardPage(EXCEPTION_POINTERS* info) {
@@ -68,10 +65,8 @@ LONG CALLBACK OnGuardPage(EXCEPTION_POINTERS* info) {
   g_on_guard_page();
   return EXCEPTION_CONTINUE_EXECUTION;  // the page is plain memory again
 }
-
-// A push reuses a frame that a pull gave back and allocates nothing. The
-// kept frames go back when the host uninitialises and when the stream stops,
-// even one that a pull under way gives back after the switch-off.
+// A push reuses a frame that a pull gave back and allocates nothing. The kept frames go back when the host
+// uninitialises and when the stream stops, even one that a pull under way gives back after the switch-off.
 TEST(EngineUnit, DesktopFramesAreReusedAndGoBackWhenTheHostLeavesOrTheStreamStops) {
   RTCEngine* engine = CreaeRTCEngine();
   const int width = 1920, height = 1080, size = width * height * 3 / 2;

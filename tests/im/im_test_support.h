@@ -1,5 +1,5 @@
-// The fixture of the IM tests: a fresh imsdk stand-in, the one manager, a log
-// capture, and a journal that writes every host callback as a line of text.
+// The fixture of the IM tests: a fresh imsdk stand-in, the one manager, a log capture, and a journal that
+// writes every host callback as a line of text.
 #pragma once
 
 #include <windows.h>
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/scoped_handle.h"
 #include "common/log_capture.h"
 #include "imsdk_control.h"
 #include "roomcore/im_manager.h"
@@ -32,6 +33,7 @@ inline Lines L(const std::string& joined) {  // the lines of "a;b;c"
   return out;
 }
 inline HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+inline bool Wait(HANDLE event) { return WaitForSingleObject(event, kWait) == WAIT_OBJECT_0; }
 
 // "ev 1|0|login success", "res code|desc|user_data", "wb group|sender|data|length", "text group|sender|text",
 // "c2c sender|text", "c2cdata sender|data|length"; " here": a call on the thread that made the journal.
@@ -39,9 +41,7 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
   void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
   void OnRecvC2CTextMessage(const char* from, const char* text) override { Add("c2c", from, text); }
-  void OnRecvGroupTextMessage(const char* g, const char* from, const char* text) override {
-    Add("text", g, from, text);
-  }
+  void OnRecvGroupTextMessage(const char* g, const char* f, const char* t) override { Add("text", g, f, t); }
   void OnRecvC2CCustomMessage(const char* from, const char* d, int n) override {
     Add("c2cdata", from, S({d, d + n}), N(n));
   }
@@ -82,19 +82,17 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
   mutable std::condition_variable changed_;
   Lines lines_;
 };
-
 inline std::string Msg(const std::string& elements, const std::string& conv = kGroup,
                        const std::string& from = "bob", int type = 2) {
   return "{\"message_conv_type\":" + N(type) + ",\"message_conv_id\":\"" + conv + "\",\"message_sender\":\"" +
          from + "\",\"message_elem_array\":[" + elements + "]}";
 }
-inline std::string Custom(const std::string& data) {
-  return "{\"elem_type\":3,\"custom_elem_data\":\"" + data + "\"}";
+inline std::string Custom(const std::string& d) {
+  return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}";
 }
-inline std::string Text(const std::string& text) {
-  return "{\"elem_type\":0,\"text_elem_content\":\"" + text + "\"}";
+inline std::string Text(const std::string& t) {
+  return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}";
 }
-
 class ImTest : public ::testing::Test {
  protected:
   void SetUp() override { Fresh(); }
@@ -154,9 +152,7 @@ class ImTest : public ::testing::Test {
     Lines out;
     for (const std::wstring& line : log_.Messages(L"ImManagerImpl")) {
       std::string utf8(line.size() * 3 + 1, '\0');
-      utf8.resize(
-          WideCharToMultiByte(CP_UTF8, 0, line.c_str(), -1, &utf8[0], static_cast<int>(utf8.size()), 0, 0) -
-          1);
+      utf8.resize(WideCharToMultiByte(CP_UTF8, 0, line.c_str(), -1, &utf8[0], int(utf8.size()), 0, 0) - 1);
       if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(utf8);
     }
     return Sorted(out);

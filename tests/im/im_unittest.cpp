@@ -10,15 +10,13 @@
 
 class ImManagerImplTestPeer {
  public:
-  static ImManagerImpl* Impl(ImManager* manager) { return static_cast<ImManagerImpl*>(manager); }
-  static DWORD TaskThread(ImManager* manager) { return Impl(manager)->task_thread_id_; }
-  static void SetNeedLogout(ImManager* manager) { Impl(manager)->need_logout_ = true; }
+  static ImManagerImpl* Impl(ImManager* m) { return static_cast<ImManagerImpl*>(m); }
+  static DWORD TaskThread(ImManager* m) { return Impl(m)->task_thread_id_; }
+  static void SetNeedLogout(ImManager* m) { Impl(m)->need_logout_ = true; }
   static bool WaitForTaskEnd(ImManager* m) {
     return WaitForSingleObject(Impl(m)->stop_event_.get(), 5000) == 0;
   }
-  static void Receive(ImManager* manager, const char* json) {
-    Impl(manager)->HandleTIMRecvNewMsgCallback(json);
-  }
+  static void Receive(ImManager* m, const char* json) { Impl(m)->HandleTIMRecvNewMsgCallback(json); }
   static bool NoLockHeld(ImManager* manager) {  // by any thread, the caller included
     ImManagerImpl* m = Impl(manager);
     int free = 0;
@@ -50,7 +48,6 @@ TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   Join();
   EXPECT_EQ(Calls("TIMLogin") + Calls("TIMMsgSendNewMsg"), 1);
 }
-
 // need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback log out of the SDK.
 TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
   for (int code : {0, 6013}) {
@@ -80,7 +77,6 @@ TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
     EXPECT_EQ(Calls("TIMGroupJoin"), 1);
   }
 }
-
 TEST_F(ImTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   Join();
   const size_t calls = Sdk().size();
@@ -89,7 +85,6 @@ TEST_F(ImTest, AForeignMessageOnTheTaskQueueChangesNothing) {
   DrainTasks();
   EXPECT_EQ(Sdk(nullptr, calls), L("TIMGroupQuit(group-1,p,self)"));
 }
-
 // Sending takes other locks, and the SDK may answer at once: a lock held across it would nest them.
 TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
   ImsdkHoldCallbacks("TIMGroupJoin", 1);
@@ -109,45 +104,32 @@ TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
   FundusSetLogSink(nullptr, nullptr);
   EXPECT_EQ(lock_free, 2);
 }
-
 DWORD WINAPI Receive(LPVOID json) {  // (a named WINAPI function: on x86 a lambda does not convert to one)
   Peer::Receive(ImManager::GetImManagerInstance(), static_cast<std::string*>(json)->c_str());
   return 0;
 }
-
 // The parse recurses once a level, on the 1 MB stack of an SDK thread; brackets inside strings are data.
 TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
   const std::string brackets = std::string(100000, '[') + "\"{" + std::string(100000, '{');
-  const struct {
-    int levels;
-    std::string data;
-  } cases[] = {{254, "254"},
-               {255, "255"},
-               {100000, "x"},
-               {1, std::string(100000, '[') + "\\\"{" + std::string(100000, '{')}};
-  for (const auto& c : cases) {  // the message is the second level, its nest beside the elements
-    std::string json =
-        "[" +
-        Msg(Custom(c.data))
-            .insert(1, "\"x\":" + std::string(c.levels, '[') + std::string(c.levels, ']') + ",") +
-        "]";
+  const std::string quoted = std::string(100000, '[') + "\\\"{" + std::string(100000, '{');
+  const std::pair<int, std::string> cases[] = {{254, "254"}, {255, "255"}, {100000, "x"}, {1, quoted}};
+  for (const auto& [levels, data] : cases) {  // the message is the second level, its nest beside the elements
+    const std::string nest = std::string(levels, '[') + std::string(levels, ']');
+    std::string json = "[" + Msg(Custom(data)).insert(1, "\"x\":" + nest + ",") + "]";
     HANDLE thread =
         CreateThread(nullptr, 1 << 20, &Receive, &json, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
-    ASSERT_EQ(WaitForSingleObject(thread, kWait), WAIT_OBJECT_0);
+    ASSERT_TRUE(Wait(thread));
     CloseHandle(thread);
   }
   EXPECT_EQ(journal_.Of("wb"), (Lines{"wb group-1|bob|254|3", "wb group-1|bob|" + brackets + "|200002"}));
   EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
 }
-
 // Records behind the stop are freed by the loop's end, one that can't be posted by the sender.
 TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
   struct Blocker : Journal {
-    void OnImEvent(int, int, const char*) override {
-      SetEvent(in.get()), WaitForSingleObject(out.get(), kWait);
-    }
+    void OnImEvent(int, int, const char*) override { SetEvent(in.get()), Wait(out.get()); }
     base::ScopedHandle in{NewEvent()}, out{NewEvent()};
   } blocker;
   Join();
@@ -155,7 +137,7 @@ TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
   manager_->SetEventCallback(&blocker);
   ImsdkScriptResult("TIMInit", 1);  // the failed login is reported on the task thread
   manager_->ReLogIn();
-  ASSERT_EQ(WaitForSingleObject(blocker.in.get(), kWait), WAIT_OBJECT_0);
+  ASSERT_TRUE(Wait(blocker.in.get()));
   const int64_t live = testing_support::LiveAllocations();
   ASSERT_TRUE(PostThreadMessageW(Peer::TaskThread(manager_), IMTask_Stop, 0, 0));
   for (const char* data : {"one", "two", "three"}) manager_->SendWhiteBoardData(data, 3, nullptr);
