@@ -168,10 +168,6 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
   bool Lines(const std::wstring& start, size_t times = 1) {  // log lines that start so, any tag
     return Wait([&](const Record& r) { return r.Lines(start) >= times; });
   }
-  bool Passes(size_t more) {  // passes logged after now
-    const std::wstring pass = L"CaptureThread, width: ";
-    return Lines(pass, Now().Lines(pass) + more);
-  }
   Record Now() {
     std::lock_guard<std::mutex> guard(mutex_);
     return record_;
@@ -224,9 +220,6 @@ struct Capture {
   bool Stop() {
     return Do([](auto* c) { return c->Stop(); });
   }
-  void SetOutputSize(int w, int h) {
-    Do([=](auto* c) { c->SetOutputSize(w, h); });
-  }
   void* object() const { return kind == kDisplay ? (void*)display : window; }
   int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
   int ended() const { return kind == kDisplay ? 2 : 3; }
@@ -242,7 +235,7 @@ class CaptureTest : public ::testing::Test {
     captures_.emplace_back(new Capture(kind));
     Capture& capture = *captures_.back();
     capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
-    capture.SetOutputSize(width, height);
+    capture.Do([&](auto* c) { c->SetOutputSize(width, height); });
     if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
     return capture;
   }

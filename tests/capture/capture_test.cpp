@@ -1,5 +1,4 @@
-// Both captures as a host drives them through roomcore.dll, on real windows
-// under the test display.
+// Both captures as a host drives them through roomcore.dll, on real windows.
 #include <random>
 
 #include "capture_fixture.h"
@@ -49,42 +48,35 @@ TEST_F(CaptureTest, TheDisplayListAndAStillPicture) {
   }
   EXPECT_FALSE(capture->IsCapturing());
 }
-// The picture fitted into the output size in force at each Start, the run's
-// statuses, a log line per pass under the capture's tag; a size no frame can
-// have gives no frame and one line a run. The window capture trims 8 columns
-// each side and 7 lines top and bottom: an 800 x 600 window gives 784 x 586,
-// edged by the magenta frame, the quadrants meeting at 392 / 293.
+// The picture in the output size of each Start, statuses, a line a pass (a size no frame can have: no frame,
+// one line a run). The window capture trims 8 columns and 7 lines each side: 800 x 600 gives 784 x 586.
 TEST_F(CaptureTest, FramesShowThePictureAtTheSizeOfEachRun) {
   for (Kind kind : {kDisplay, kWindow}) {
     SCOPED_TRACE(Name(kind));
     host_.Clear();
-    const int grab_w = kind == kDisplay ? GetSystemMetrics(SM_CXSCREEN) : 800;
-    const int grab_h = kind == kDisplay ? GetSystemMetrics(SM_CYSCREEN) : 600;
-    const int w = kind == kDisplay ? grab_w : 784, h = kind == kDisplay ? grab_h : 586;
+    const bool display = kind == kDisplay;  // the display isn't trimmed: its magenta frame shows
+    const int grab_w = display ? GetSystemMetrics(SM_CXSCREEN) : 800, w = display ? grab_w : 784;
+    const int grab_h = display ? GetSystemMetrics(SM_CYSCREEN) : 600, h = display ? grab_h : 586;
+    const int cx = display ? w / 2 : 392, cy = display ? h / 2 : 293, edge = display ? kYellow : kMagenta;
     Capture& capture = Open(kind, w, h);
     TestWindow cover(0, 0, grab_w, grab_h, true);
-    if (kind == kWindow) capture.window->SelectWindow(cover.hwnd());
+    if (!display) capture.window->SelectWindow(cover.hwnd());
     ASSERT_TRUE(capture.Start());
     EXPECT_FALSE(capture.Start());
     const Frame frame = host_.Fresh();
     EXPECT_TRUE(frame.width == w && frame.height == h && frame.reserved == 0);
     EXPECT_EQ(frame.size, static_cast<uint32_t>(w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2)));
-    const int cx = kind == kDisplay ? w / 2 : 392, cy = kind == kDisplay ? h / 2 : 293;
-    const COLORREF edge = kind == kDisplay ? kYellow : kMagenta;
-    const struct {
-      int x, y;
-      COLORREF colour;
-    } spots[] = {{0, cy / 2, edge},
-                 {cx / 2, 0, edge},
-                 {w - 1, cy / 2, edge},
-                 {cx / 2, h - 1, edge},
-                 {cx - 1, cy / 2, kRed},
-                 {cx / 2, cy - 1, kRed},
-                 {cx, cy / 2, kGreen},
-                 {cx / 2, cy, kBlue},
-                 {cx + cx / 2, cy + cy / 2, kWhite},
-                 {8, cy / 2, kind == kDisplay ? kMagenta : kRed}};  // the display isn't trimmed
-    for (const auto& s : spots) EXPECT_LUMA(frame, s.x, s.y, s.colour);
+    const int spots[][3] = {{0, cy / 2, edge},
+                            {cx / 2, 0, edge},
+                            {w - 1, cy / 2, edge},
+                            {cx / 2, h - 1, edge},
+                            {cx - 1, cy / 2, kRed},
+                            {cx / 2, cy - 1, kRed},
+                            {cx, cy / 2, kGreen},
+                            {cx / 2, cy, kBlue},
+                            {cx + cx / 2, cy + cy / 2, kWhite},
+                            {8, cy / 2, static_cast<int>(display ? kMagenta : kRed)}};
+    for (const auto& s : spots) EXPECT_LUMA(frame, s[0], s[1], COLORREF(s[2]));
     cover.Fill(kGreen);
     EXPECT_LUMA(host_.Fresh(), 20, 20, kGreen);
     EXPECT_TRUE(capture.Stop() && capture.Stop());
@@ -95,12 +87,12 @@ TEST_F(CaptureTest, FramesShowThePictureAtTheSizeOfEachRun) {
     EXPECT_EQ(first.Lines(PassLine(grab_w, grab_h)), first.log.size());  // the window's untrimmed size
     const SIZE sizes[] = {{160, 90}, {0, 0}, {65536, 43691}, {65536, 43691}, {1 << 20, 1 << 20}};
     for (const SIZE& size : sizes) {  // just past 4 GiB, twice; far beyond any memory
-      capture.SetOutputSize(size.cx, size.cy);
+      capture.Do([&](auto* c) { c->SetOutputSize(size.cx, size.cy); });
       const std::wstring failure = L"CaptureThread, no output frame of width: " + std::to_wstring(size.cx) +
                                    L", height: " + std::to_wstring(size.cy);
       const Record before = host_.Now();
       ASSERT_TRUE(capture.Start());
-      ASSERT_TRUE(host_.Passes(3));
+      ASSERT_TRUE(host_.Lines(PassLine(grab_w, grab_h), before.Lines(PassLine(grab_w, grab_h)) + 3));
       capture.Stop();
       const Record after = host_.Now();
       ASSERT_EQ(after.frames.size() > before.frames.size(), size.cx == 160);
@@ -108,17 +100,14 @@ TEST_F(CaptureTest, FramesShowThePictureAtTheSizeOfEachRun) {
       EXPECT_EQ(after.Lines(failure) - before.Lines(failure), size.cx > 160 ? 1u : 0u) << size.cx;
     }
     for (const auto& [tag, text] : host_.Now().log) {
-      EXPECT_EQ(tag, kind == kDisplay ? L"DisplayCaptureImpl" : L"WindowCaptureImpl");
-      const size_t digits = PassLine(grab_w, grab_h).size();
+      EXPECT_EQ(tag, display ? L"DisplayCaptureImpl" : L"WindowCaptureImpl");
       if (text.rfind(L"CaptureThread, no output frame", 0) == 0) continue;
       ASSERT_EQ(text.rfind(PassLine(grab_w, grab_h), 0), 0u);
-      EXPECT_EQ(text.find_first_not_of(L"0123456789", digits), std::wstring::npos);
+      EXPECT_EQ(text.find_first_not_of(L"0123456789", PassLine(grab_w, grab_h).size()), std::wstring::npos);
     }
   }
 }
-// A record copied whole even while a grab reads it: every pass is of one of
-// the two records, never half of each. Null changes nothing; a record
-// without size idles.
+// A record is copied whole even while a grab reads it; null changes nothing; a record without size idles.
 TEST_F(CaptureTest, SelectDisplayDuringACaptureIsTakenWholeByTheNextGrab) {
   DisplayCapture* capture = Open(kDisplay).display;
   capture->SetFrameRate(60);
@@ -142,9 +131,8 @@ TEST_F(CaptureTest, SelectDisplayDuringACaptureIsTakenWholeByTheNextGrab) {
   EXPECT_EQ(record.Lines(small_pass) + record.Lines(whole_pass), record.log.size());
   for (const Frame& frame : record.frames) EXPECT_EQ(frame.size, 160u * 90u * 3u / 2u);
 }
-// Frames at once after Start, then one per period from the time a pass was
-// found due: a slow pass is followed by one frame at once and no burst; a
-// new rate counts from the next Start.
+// A frame at once, then one a period from when a pass was found due: after a slow pass one at once and no
+// burst; a new rate counts from the next Start.
 TEST_F(CaptureTest, PacingFollowsTheRateOfTheRun) {
   DisplayCapture* capture = Open(kDisplay).display;
   DisplayInfo corner;  // a full grab under Wine costs tens of ms, which would blur the timestamps
@@ -178,9 +166,7 @@ TEST_F(CaptureTest, PacingFollowsTheRateOfTheRun) {
   std::sort(fast.begin(), fast.end());
   EXPECT_LT(fast[fast.size() / 2], 100000);  // 40 ms now
 }
-// Stop inside the capture's own event waits its full 10 seconds for itself;
-// the thread, held in the event beyond that, is waited for by Release before
-// the object goes.
+// Stop inside the capture's own event waits its 10 seconds for itself; Release waits for the thread.
 TEST_F(CaptureTest, StopInsideAnEventWaitsItsFullTimeAndReleaseWaitsForTheThread) {
   Capture& capture = Open(kDisplay);
   HANDLE stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr),
@@ -203,10 +189,8 @@ TEST_F(CaptureTest, StopInsideAnEventWaitsItsFullTimeAndReleaseWaitsForTheThread
   later.join();
   CloseHandle(go), CloseHandle(stopped);
 }
-// The window capture follows its window through resizes, sends black frames
-// at its own rate while the window is minimised or hidden, reports a lost
-// window on every pass, 50 ms apart, until another is selected: that one is
-// restored and raised as an ordinary window.
+// Resizes followed, black frames at the rate while minimised or hidden, a lost window told every 50 ms
+// until another is selected, which is restored and raised as an ordinary window.
 TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
   WindowCapture* capture = Open(kWindow, 640, 360).window;
   capture->SetFrameRate(20);
@@ -260,9 +244,7 @@ TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
   EXPECT_TRUE(none.frames.empty() && none.Count(1) == 0);
   EXPECT_TRUE(none.statuses.front().status == 2 && none.statuses.back().status == 3);
 }
-// Orderings a host can produce: windows that die in the middle of grabs,
-// Start and Stop from two threads. Each run ends before Stop returns, and
-// no frame follows its end.
+// Windows dying mid-grab; Start and Stop from two threads: each run ends in Stop, no frame after its end.
 TEST_F(CaptureTest, RacingHostsNeverSeeTwoRunsOrALateFrame) {
   WindowCapture* window = Open(kWindow).window;
   window->SetFrameRate(100);
@@ -296,9 +278,8 @@ TEST_F(CaptureTest, RacingHostsNeverSeeTwoRunsOrALateFrame) {
     EXPECT_EQ(record.statuses.back().frames, record.frames.size());
   }
 }
-// Release inside the capture's own event ends the run without waiting for
-// it and leaves the object to the thread's end; Create then makes a fresh
-// one. A Create while another thread releases never gets the dying object.
+// Release inside the capture's own event doesn't wait, and Create makes a fresh object; a Create beside a
+// Release never gets the dying object.
 TEST_F(CaptureTest, ReleasesInsideAnEventOrBesideACreate) {
   for (Kind kind : {kDisplay, kWindow}) {
     SCOPED_TRACE(Name(kind));
