@@ -213,17 +213,10 @@ TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
       EXPECT_GE(after.frames[i].timestamp - after.frames[i - 1].timestamp, 45000);  // 20 a second, no faster
   }
   PostMessageW(window_->hwnd(), WM_CLOSE, 0, 0);
-  ASSERT_TRUE(host_.Statuses(0, 5));
+  ASSERT_TRUE(host_.Statuses(0, 2));
   const size_t frames = host_.Now().frames.size();
-  ASSERT_TRUE(host_.Statuses(0, 8));
-  const Record lost = host_.Now();
-  EXPECT_EQ(lost.frames.size(), frames);
-  int64_t last = -1;
-  for (const Status& s : lost.statuses) {
-    EXPECT_TRUE(s.status != 0 || last < 0 || s.time - last >= 49000);  // 50 ms on a 1 ms clock
-    if (s.status == 0) last = s.time;
-  }
-  EXPECT_TRUE(capture->IsCapturing());
+  ASSERT_TRUE(host_.Statuses(0, 4));
+  EXPECT_TRUE(host_.Now().frames.size() == frames && capture->IsCapturing());
   TestWindow next(40, 30, 400, 300), cover(0, 0, 1000, 800);
   ShowWindow(next.hwnd(), SW_MINIMIZE);
   capture->SelectWindow(next.hwnd());
@@ -234,15 +227,18 @@ TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
     raised = raised || above == next.hwnd();
   EXPECT_TRUE(raised);
   EXPECT_FALSE(host_.Fresh().Black());
-  capture->SelectWindow(nullptr);  // no window at all: status 0 only, then the end
+  capture->SelectWindow(nullptr);  // no window at all: status 0 only, 50 ms apart at any rate, then the end
   capture->Stop();
+  capture->SetFrameRate(100);
   host_.Clear();
   ASSERT_TRUE(capture->Start());
-  ASSERT_TRUE(host_.Statuses(0, 3));
+  ASSERT_TRUE(host_.Statuses(0, 5));
   capture->Stop();
   const Record none = host_.Now();
   EXPECT_TRUE(none.frames.empty() && none.Count(1) == 0);
   EXPECT_TRUE(none.statuses.front().status == 2 && none.statuses.back().status == 3);
+  for (size_t i = 2; i + 1 < none.statuses.size(); ++i)  // 50 ms on a 1 ms clock
+    EXPECT_GE(none.statuses[i].time - none.statuses[i - 1].time, 49000) << i;
 }
 // Windows dying mid-grab; Start and Stop from two threads: each run ends in Stop, no frame after its end.
 TEST_F(CaptureTest, RacingHostsNeverSeeTwoRunsOrALateFrame) {
