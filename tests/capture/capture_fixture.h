@@ -1,6 +1,5 @@
-// What every capture test shares: real windows with known content, a host
-// that records what a capture reports and logs, either capture behind one
-// face, and the folder's one fixture.
+// Real windows of known content, a host recording what a capture reports and
+// logs, either capture behind one face, and the folder's one fixture.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -27,18 +25,14 @@ namespace capture_suite {
 constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255);
 constexpr COLORREF kWhite = RGB(255, 255, 255), kBlack = RGB(0, 0, 0);
 constexpr COLORREF kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
-
-// BT.601 limited range, as libswscale converts by default.
-inline int Luma(COLORREF c) {
+inline int Luma(COLORREF c) {  // BT.601 limited range, as libswscale converts by default
   return static_cast<int>(16.5 +
                           (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
 }
-
-// A window on a thread of its own with a message pump. It paints four
-// quadrants split at the centre (red, green / blue, white), a yellow frame on
-// its outer edge and a magenta frame exactly where the window capture's trim
-// ends (column 8, line 7, the last column and line the even trim keeps); or
-// one colour, after Fill.
+// A window pumping messages on a thread of its own. It shows quadrants (red,
+// green / blue, white), a yellow edge and a magenta frame exactly where the
+// window capture's trim ends (column 8, line 7, and the last the even trim
+// keeps); or one colour, painted by the time Fill returns.
 class TestWindow {
  public:
   TestWindow(int x, int y, int width, int height, bool topmost = false) {
@@ -51,35 +45,33 @@ class TestWindow {
     thread_.join();
   }
   HWND hwnd() const { return hwnd_; }
-  void Fill(COLORREF colour) {
-    fill_ = colour, RedrawWindow(hwnd_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
-  }
+  void Fill(COLORREF colour) { SendMessageW(hwnd_, WM_APP, colour, 0); }
 
  private:
-  static void Rect(HDC dc, int l, int t, int r, int b, COLORREF c) {
-    const RECT area = {l, t, r, b};
-    HBRUSH brush = CreateSolidBrush(c);
-    FillRect(dc, &area, brush), DeleteObject(brush);
+  static COLORREF Pattern(int x, int y, int w, int h) {
+    const int r = 7 + ((w - 16) & ~1), b = 6 + ((h - 14) & ~1);
+    if (x == 0 || y == 0 || x == w - 1 || y == h - 1) return kYellow;
+    if (x >= 8 && x <= r && y >= 7 && y <= b && (x == 8 || x == r || y == 7 || y == b)) return kMagenta;
+    return y < h / 2 ? (x < w / 2 ? kRed : kGreen) : (x < w / 2 ? kBlue : kWhite);
   }
   void Paint(HWND hwnd, HDC dc) {
-    RECT client;
-    GetClientRect(hwnd, &client);
-    const int w = client.right, h = client.bottom, cx = w / 2, cy = h / 2;
-    if (fill_ != CLR_INVALID) return Rect(dc, 0, 0, w, h, fill_);
-    const COLORREF quadrants[4] = {kRed, kGreen, kBlue, kWhite};
-    for (int q = 0; q < 4; ++q)
-      Rect(dc, q % 2 * cx, q / 2 * cy, q % 2 ? w : cx, q / 2 ? h : cy, quadrants[q]);
-    const int edges[2][4] = {{0, 0, w, h}, {8, 7, 8 + ((w - 16) & ~1), 7 + ((h - 14) & ~1)}};
-    for (const int* e : edges) {
-      const COLORREF c = e[0] ? kMagenta : kYellow;
-      Rect(dc, e[0], e[1], e[2], e[1] + 1, c), Rect(dc, e[0], e[3] - 1, e[2], e[3], c);
-      Rect(dc, e[0], e[1], e[0] + 1, e[3], c), Rect(dc, e[2] - 1, e[1], e[2], e[3], c);
+    RECT c;
+    GetClientRect(hwnd, &c);
+    std::vector<uint32_t> pixels(static_cast<size_t>(c.right) * c.bottom);
+    for (size_t i = 0; i < pixels.size(); ++i) {
+      const COLORREF p =
+          fill_ != CLR_INVALID ? fill_.load() : Pattern(i % c.right, i / c.right, c.right, c.bottom);
+      pixels[i] = RGB(GetBValue(p), GetGValue(p), GetRValue(p));  // a DIB's pixel is 0xRRGGBB
     }
+    BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), c.right, -c.bottom, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
+    SetDIBitsToDevice(dc, 0, 0, c.right, c.bottom, 0, 0, 0, c.bottom, pixels.data(), &info, DIB_RGB_COLORS);
   }
   static LRESULT CALLBACK Proc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam) {
     auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
     PAINTSTRUCT ps;
     if (message == WM_DESTROY) PostQuitMessage(0);
+    if (message == WM_APP) self->fill_ = static_cast<COLORREF>(wparam), InvalidateRect(hwnd, nullptr, FALSE);
+    if (message == WM_APP) return UpdateWindow(hwnd), 0;
     if (message == WM_PRINTCLIENT && self) self->Paint(hwnd, reinterpret_cast<HDC>(wparam));
     if (message == WM_PAINT && self) return self->Paint(hwnd, BeginPaint(hwnd, &ps)), EndPaint(hwnd, &ps), 0;
     return message == WM_ERASEBKGND ? 1 : DefWindowProcW(hwnd, message, wparam, lparam);
@@ -93,21 +85,17 @@ class TestWindow {
                         WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     ShowWindow(hwnd, SW_SHOWNOACTIVATE), UpdateWindow(hwnd);
-    [&] {
-      std::lock_guard<std::mutex> guard(mutex_);
-      hwnd_ = hwnd;
-    }();
-    ready_.notify_all();
+    std::unique_lock<std::mutex> guard(mutex_);
+    hwnd_ = hwnd;
+    guard.unlock(), ready_.notify_all();
     for (MSG msg; GetMessageW(&msg, nullptr, 0, 0) > 0;) DispatchMessageW(&msg);
   }
-
   std::thread thread_;
   std::mutex mutex_;
   std::condition_variable ready_;
   HWND hwnd_ = nullptr;
   std::atomic<COLORREF> fill_{CLR_INVALID};
 };
-
 struct Frame {
   std::vector<uint8_t> bytes;  // kept for the last few frames only
   uint32_t size;
@@ -116,22 +104,19 @@ struct Frame {
   int Y(int x, int y) const { return bytes.at(static_cast<size_t>(y) * width + x); }
   bool Black() const {  // Y 1, U and V 128
     const size_t luma = static_cast<size_t>(width) * height;
-    for (size_t i = 0; i < bytes.size(); ++i) {
+    for (size_t i = 0; i < bytes.size(); ++i)
       if (bytes[i] != (i < luma ? 1 : 128)) return false;
-    }
     return bytes.size() == size && size > luma;
   }
 };
 #define EXPECT_LUMA(frame, x, y, colour) \
   EXPECT_NEAR((frame).Y(x, y), ::capture_suite::Luma(colour), 4) << "at " << (x) << ", " << (y)
-
 struct Status {
   int status;
   int64_t time;
   size_t frames;  // frames that came before it
 };
-
-// What a host has seen: frames, statuses, the library's log lines (tag, text).
+// Frames, statuses and the library's log lines (tag, text) as the host saw them.
 struct Record {
   std::vector<Frame> frames;
   std::vector<Status> statuses;
@@ -151,10 +136,7 @@ struct Record {
     return out;
   }
 };
-
-// The host: the event interface of both captures, and the log's one sink
-// while it lives. `on_frame` runs inside OnCaptureFrame with the frame's
-// number.
+// Both event interfaces and the log's sink; `on_frame` runs in OnCaptureFrame.
 class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
  public:
   Host() { FundusSetLogSink(&Host::Log, this); }
@@ -173,7 +155,6 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
     });
     if (on_frame) on_frame(number);
   }
-  // Waits until `done` holds for what was recorded, checked at each change.
   bool Wait(const std::function<bool(const Record&)>& done, DWORD timeout_ms = 10000) {
     std::unique_lock<std::mutex> guard(mutex_);
     return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] { return done(record_); });
@@ -191,7 +172,7 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
     std::lock_guard<std::mutex> guard(mutex_);
     return record_;
   }
-  Frame Fresh() {  // a frame grabbed after everything the test did so far
+  Frame Fresh() {  // grabbed after everything the test did so far
     EXPECT_TRUE(Frames(Now().frames.size() + 2));
     return Now().frames.back();
   }
@@ -210,15 +191,12 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
     change(record_);
     guard.unlock(), changed_.notify_all();
   }
-
   std::mutex mutex_;
   std::condition_variable changed_;
   Record record_;
 };
-
 enum Kind { kDisplay, kWindow };
 inline std::string Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
-
 // Either capture as the host sees it.
 struct Capture {
   explicit Capture(Kind k, bool create = true) : kind(k) {
@@ -242,23 +220,14 @@ struct Capture {
   bool Stop() {
     return Do([](auto* c) { return c->Stop(); });
   }
-  void SetOutputSize(int w, int h) {
-    Do([=](auto* c) { c->SetOutputSize(w, h); });
-  }
-  void SetFrameRate(int rate) {
-    Do([=](auto* c) { c->SetFrameRate(rate); });
-  }
   void* object() const { return kind == kDisplay ? (void*)display : window; }
   int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
   int ended() const { return kind == kDisplay ? 2 : 3; }
-
   Kind kind;
   DisplayCapture* display = nullptr;
   WindowCapture* window = nullptr;
 };
-
-// The folder's fixture: a window to capture and a host. Open makes a capture
-// wired to both (the window capture selects the window), released at the end.
+// Open makes a capture wired to the host (and the window), released at the end.
 class CaptureTest : public ::testing::Test {
  protected:
   Capture& Open(Kind kind, int width = 160, int height = 90) {
@@ -266,14 +235,13 @@ class CaptureTest : public ::testing::Test {
     captures_.emplace_back(new Capture(kind));
     Capture& capture = *captures_.back();
     capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
-    capture.SetOutputSize(width, height);
+    capture.Do([&](auto* c) { c->SetOutputSize(width, height); });
     if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
     return capture;
   }
   void TearDown() override {
     for (auto& capture : captures_) capture->Release();
   }
-
   Host host_;
   std::unique_ptr<TestWindow> window_;
   std::vector<std::unique_ptr<Capture>> captures_;

@@ -1,6 +1,4 @@
-// The frame scaler's fit, paint and rebuilds; bitmap headers, DibImage and
-// the bitmap files it saves.
-#include <cmath>
+// The frame scaler's fit, paint and rebuilds; bitmap headers, DibImage and the files it saves.
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -18,9 +16,7 @@ namespace capture_suite {
 namespace {
 
 constexpr int kFit = 2, kStretch = 1, kBgra = AV_PIX_FMT_BGRA;
-
-// A BGRA picture with padding behind each line: x * 7, y * 5, (x + y) * 3 as
-// red, green, blue, or 4 x 2 cells of distinct colours.
+// BGRA with padding behind each line: red x * 7, green y * 5, blue (x + y) * 3, or 4 x 2 coloured cells.
 struct Bgra {
   Bgra(int w, int h, bool cells = false)
       : width(w), height(h), stride(w * 4 + 64), pixels(size_t(stride) * h) {
@@ -37,9 +33,7 @@ struct Bgra {
   int width, height, stride;
   std::vector<uint8_t> pixels;
 };
-
-// Three target planes of the given line sizes (0: packed), with 64 bytes
-// behind the painted area that nothing may touch.
+// Target planes of the given line sizes (0: packed) with 64 bytes behind that nothing may touch.
 struct Planes {
   Planes(int w, int h, int y_line = 0, int c_line = 0) : width(w), height(h) {
     line[0] = y_line ? y_line : w, line[1] = line[2] = c_line ? c_line : (w + 1) / 2;
@@ -54,10 +48,8 @@ struct Planes {
   int width, height, line[3];
   std::vector<uint8_t> data[3];
 };
-
-// Fitted and centred on black, byte for byte: the plain conversion at the
-// fitted size (mode 1), placed by `width` and (`width` + 1) / 2 bytes a line
-// on Y 1, U and V 128 painted over line size times lines.
+// Byte for byte the plain conversion at the fitted size (mode 1), centred by `width` and (`width` + 1) / 2
+// bytes a line on Y 1, U and V 128 over line size times lines; mode 1 keeps the target's line sizes.
 TEST_F(CaptureTest, TheScalerFitsCentresAndPaintsBlack) {
   const struct {
     int source_w, source_h, fitted_w, fitted_h, offset_x, offset_y, mode = kFit, w = 1920, h = 1080,
@@ -91,29 +83,22 @@ TEST_F(CaptureTest, TheScalerFitsCentresAndPaintsBlack) {
       EXPECT_TRUE(target.data[p] == want.data[p]) << "plane " << p;
     }
   }
-  // Mode 1 stretches into the target's own line sizes, colours and places
-  // right (BT.601 limited range at each cell's centre), the padding untouched.
-  const Bgra cells(1280, 1024, true);
   Planes target(1920, 1080, 1984, 1024);
   FrameScaler scaler;
-  target.Scale(scaler, cells, kStretch);
+  target.Scale(scaler, Bgra(1280, 1024, true), kStretch);
   const int grid[8][3] = {{235, 128, 128}, {210, 16, 146}, {170, 166, 16}, {145, 54, 34},
                           {106, 202, 222}, {81, 90, 240},  {41, 240, 110}, {16, 128, 128}};
-  for (int cell = 0; cell < 8; ++cell) {
-    const int x = (cell % 4 * 2 + 1) * 1920 / 8, y = (cell / 4 * 2 + 1) * 1080 / 4;
-    for (int p = 0; p < 3; ++p)
-      EXPECT_NEAR(target.data[p][size_t(y / (p ? 2 : 1)) * target.line[p] + x / (p ? 2 : 1)], grid[cell][p],
-                  2)
-          << cell << p;
-  }
   for (int p = 0; p < 3; ++p) {
+    const int sub = p ? 2 : 1;
+    for (int cell = 0; cell < 8; ++cell) {  // BT.601 limited range at each cell's centre
+      const int x = (cell % 4 * 2 + 1) * 1920 / 8, y = (cell / 4 * 2 + 1) * 1080 / 4;
+      EXPECT_NEAR(target.data[p][size_t(y / sub) * target.line[p] + x / sub], grid[cell][p], 2) << cell << p;
+    }
     for (int row = 0; row < target.Rows(p); ++row)
-      EXPECT_EQ(target.data[p][size_t(row) * target.line[p] + (p ? 960 : 1920)], 0x55) << p << row;
+      EXPECT_EQ(target.data[p][size_t(row) * target.line[p] + 1920 / sub], 0x55) << p << row;
   }
 }
-
-// A rebuild exactly when one of the six values changed; a frame without one
-// allocates nothing (in this program, avutil and swscale).
+// A rebuild exactly when one of the six values changed; a frame without one allocates nothing.
 TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChange) {
   bench::InstallAllocationHooks();
   const Bgra full(1920, 1080), wide(1280, 1080), small(1280, 1024);
@@ -135,70 +120,53 @@ TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChange) {
     const auto& s = steps[i];
     const int64_t before = bench::AllocationCount();
     s.target->Scale(scaler, *s.source, s.mode, s.format);
-    EXPECT_EQ(scaler.rebuild_count(), s.rebuilds) << i;
-    EXPECT_EQ(scaler.fitted_width(), s.fitted_width) << i;
+    EXPECT_TRUE(scaler.rebuild_count() == s.rebuilds && scaler.fitted_width() == s.fitted_width) << i;
     EXPECT_EQ(bench::AllocationCount() > before, i == 0 || s.rebuilds > steps[i - 1].rebuilds) << i;
   }
 }
-
-// Values no rebuild can serve drop the frame: the target keeps what it had,
-// and good values work again.
+// Values no rebuild can serve drop the frame, the target unchanged; good values work again.
 TEST_F(CaptureTest, TheScalerDropsFramesItCannotServe) {
   const Bgra white(4000, 48, true);
   Planes target(64, 48);
   const Planes blank(64, 48);
-  const struct {
-    int width, y_line, source_width, source_height;
-    bool source;
-    int format, rebuilds;
-  } calls[] = {{64, 64, 0, 48, true, kBgra, 0},
-               {64, 64, 64, -48, true, kBgra, 0},
-               {0, 64, 64, 48, true, kBgra, 0},
-               {64, 64, 64, 48, false, kBgra, 0},
-               {64, -64, 64, 48, true, kBgra, 0},            // a negative paint length
-               {64, 64, 64, 48, true, AV_PIX_FMT_VAAPI, 1},  // a hardware format: no context
-               {64, 64, 64, 48, true, 100000, 2},
-               {64, 64, 64, 48, true, 100000, 2},   // no such format, once
-               {64, 64, 4000, 1, true, kBgra, 3}};  // fitted height 64 * 1 / 4000 = 0
+  // Width, Y line size, source size, a source?, format, rebuilds so far: a negative paint length, a
+  // hardware format (no context), no such format (one rebuild), a fitted height of 64 * 1 / 4000 = 0.
+  const int calls[][7] = {{64, 64, 0, 48, 1, kBgra, 0},   {64, 64, 64, -48, 1, kBgra, 0},
+                          {0, 64, 64, 48, 1, kBgra, 0},   {64, 64, 64, 48, 0, kBgra, 0},
+                          {64, -64, 64, 48, 1, kBgra, 0}, {64, 64, 64, 48, 1, AV_PIX_FMT_VAAPI, 1},
+                          {64, 64, 64, 48, 1, 100000, 2}, {64, 64, 64, 48, 1, 100000, 2},
+                          {64, 64, 4000, 1, 1, kBgra, 3}};
   FrameScaler scaler;
   for (const auto& c : calls) {
-    scaler.Scale(target.data[0].data(), c.y_line, target.data[1].data(), 32, target.data[2].data(), 32,
-                 c.width, 48, c.source ? white.pixels.data() : nullptr, white.stride, c.source_width,
-                 c.source_height, c.format, kFit);
-    EXPECT_EQ(scaler.rebuild_count(), c.rebuilds);
-    for (int p = 0; p < 3; ++p) EXPECT_TRUE(target.data[p] == blank.data[p]) << c.rebuilds;
+    scaler.Scale(target.data[0].data(), c[1], target.data[1].data(), 32, target.data[2].data(), 32, c[0], 48,
+                 c[4] ? white.pixels.data() : nullptr, white.stride, c[2], c[3], c[5], kFit);
+    EXPECT_EQ(scaler.rebuild_count(), c[6]);
+    for (int p = 0; p < 3; ++p) EXPECT_TRUE(target.data[p] == blank.data[p]) << c[6];
   }
   target.Scale(scaler, Bgra(64, 48, true));
-  EXPECT_EQ(scaler.rebuild_count(), 4);
-  EXPECT_NE(target.data[0][0], 0x55);
+  EXPECT_TRUE(scaler.rebuild_count() == 4 && target.data[0][0] != 0x55);
 }
-
 std::vector<uint8_t> Read(const std::wstring& path) {
   std::ifstream in(path.c_str(), std::ios::binary);
   return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 int32_t Le32(const std::vector<uint8_t>& b, size_t at) {
   int32_t value;
-  std::memcpy(&value, &b.at(at), 4);
-  return value;
+  return std::memcpy(&value, &b.at(at), 4), value;
 }
 std::wstring TempFile(const std::wstring& name) {
   wchar_t folder[MAX_PATH];
   GetTempPathW(MAX_PATH, folder);
   return folder + (L"roomcore_dib_" + std::to_wstring(GetCurrentProcessId()) + L"_" + name);
 }
-
-// Headers: every field, whatever the depth biSizeImage counts 4 bytes a
-// pixel. Images: empty with a null argument, and then Save touches no file;
-// a copy owns its own blocks.
+// Every header field, biSizeImage at 4 bytes a pixel; an image of a null argument is empty and Save
+// touches no file; copies own their blocks.
 TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
   BITMAPINFO info;
   std::memset(&info, 0xEE, sizeof(info));
   InitBitMapInfo(100, 50, true, 16, &info);
-  const BITMAPINFOHEADER want = {40, 100, -50, 1, 16, BI_RGB, 20000, 0, 0, 0, 0};
-  EXPECT_EQ(std::memcmp(&info.bmiHeader, &want, 40), 0);
-  const RGBQUAD zero = {};
-  EXPECT_EQ(std::memcmp(&info.bmiColors[0], &zero, sizeof(zero)), 0);
+  const BITMAPINFO want = {{40, 100, -50, 1, 16, BI_RGB, 20000, 0, 0, 0, 0}, {}};
+  EXPECT_EQ(std::memcmp(&info, &want, sizeof(info)), 0);
   InitBitMapInfoHeader(100, 50, false, 32, &info.bmiHeader);
   EXPECT_TRUE(info.bmiHeader.biHeight == 50 && info.bmiHeader.biBitCount == 32 &&
               info.bmiHeader.biSizeImage == 20000);
@@ -220,8 +188,7 @@ TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
   info.bmiHeader.biWidth = 1, pixels.assign(40, 0);  // the image holds copies
   DibImage assigned(nullptr, nullptr), copied(*original);
   assigned = *original;
-  original->Clear();
-  original->Clear();
+  original->Clear(), original->Clear();
   EXPECT_TRUE(original->bitmap_info() == nullptr && original->bits_data() == nullptr);
   delete original;
   for (const DibImage* image : {&assigned, &copied}) {
@@ -234,16 +201,12 @@ TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
   assigned = DibImage(nullptr, nullptr);
   EXPECT_EQ(assigned.bits_data(), nullptr);
 }
-
 int g_bits = 32, g_planes = 1;
 int WINAPI DisplayCaps(HDC, int index) {
   return index == BITSPIXEL ? g_bits : index == PLANES ? g_planes : 0;
 }
-
-// Saved at the display's depth (bits times planes), bottom line first with a
-// positive height, replacing a larger file; an odd width's 24-bit lines are
-// padded in the read-out. Save fails only without a file; a biSizeImage of
-// 0, or one too short for the lines, still gives the whole picture.
+// Saved at the display's depth (bits times planes), bottom line first, replacing a larger file; Save fails
+// only without a file; a biSizeImage of 0, or too short for the lines, still gives the whole picture.
 TEST_F(CaptureTest, SavedBitmapsHaveTheDisplaysDepthAndTheRightWayUp) {
   HDC display = CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr);
   const int real = GetDeviceCaps(display, BITSPIXEL) * GetDeviceCaps(display, PLANES);
@@ -279,10 +242,7 @@ TEST_F(CaptureTest, SavedBitmapsHaveTheDisplaysDepthAndTheRightWayUp) {
   }
   DeleteFileW(path.c_str());
 }
-
-// Pictures with a distinct top line, saved for a reader outside this project
-// (check_bmp.py) with their raw top-down BGRA beside them, in the folder that
-// ROOMCORE_BMP_FOLDER names.
+// For check_bmp.py: pictures with a red top line and their raw BGRA, in ROOMCORE_BMP_FOLDER.
 TEST_F(CaptureTest, SavedBitmapsForAnOutsideReader) {
   const wchar_t* folder = _wgetenv(L"ROOMCORE_BMP_FOLDER");
   const std::wstring base = folder ? folder : TempFile(L"bmp");
