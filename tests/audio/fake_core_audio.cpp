@@ -18,10 +18,10 @@ template <typename... Interfaces>
 class Counted : public Interfaces... {
  public:
   Counted() {
-    g->Update([] { ++g->live_; });
+    g->Update([] { ++g->live; });
   }
   virtual ~Counted() {
-    g->Update([] { --g->live_; });
+    g->Update([] { --g->live; });
   }
   NOT_USED(QueryInterface(REFIID, void**))
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
@@ -45,6 +45,17 @@ LPWSTR CoText(const std::wstring& text) {
   return static_cast<LPWSTR>(memcpy(CoTaskMemAlloc(bytes), text.c_str(), bytes));
 }
 
+int Matching(const std::vector<std::wstring>& calls, const std::wstring& prefix) {
+  return static_cast<int>(
+      std::count_if(calls.begin(), calls.end(), [&](auto& c) { return !c.find(prefix); }));
+}
+
+Endpoint Get(const std::wstring& id) {
+  std::lock_guard<std::mutex> lock(g->mutex_);
+  Endpoint* e = g->Find(id);
+  return e ? *e : Endpoint();
+}
+
 // One stream client ("client1", "client2" in the order of activation) with
 // its capture and render services.
 class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderClient> {
@@ -54,8 +65,8 @@ class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderCli
                                        REFERENCE_TIME period, const WAVEFORMATEX* format,
                                        LPCGUID session) override {
     wchar_t text[128];
-    swprintf(text, 128, L"Initialize(mode=%d,flags=0x%lx,duration=%lld,period=%lld,format=%d,session=%d)",
-             mode, flags, duration, period, format ? format->nChannels : 0, session != nullptr);
+    swprintf(text, 128, L"Initialize(%d,0x%lx,%lld,%lld,%d,%d)", mode, flags, duration, period,
+             format ? format->nChannels : 0, session != nullptr);
     return g->Call(name_ + text);
   }
   HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* frames) override {
@@ -135,14 +146,20 @@ class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice,
   explicit Node(const std::wstring& id = L"", std::vector<std::wstring> ids = {}) : id_(id), ids_(ids) {}
   HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask,
                                                IMMDeviceCollection** list) override {
-    *list = (new Node(L"", g->Ids(flow == eCapture, mask)))->Ref<IMMDeviceCollection>();
+    std::vector<std::wstring> ids;
+    g->Update([&] {
+      for (const Endpoint& e : g->endpoints)
+        if (e.is_input == (flow == eCapture) && (e.state & mask)) ids.push_back(e.id);
+    });
+    *list = (new Node(L"", ids))->Ref<IMMDeviceCollection>();
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override {
     *device = nullptr;
     if (HRESULT hr = g->Call(L"GetDefault(" + std::to_wstring(flow) + L"," + std::to_wstring(role) + L")"))
       return hr;
-    const std::wstring id = g->Default(flow == eCapture);
+    std::wstring id;
+    g->Update([&] { id = g->defaults[flow == eCapture]; });
     if (id.empty()) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
     *device = (new Node(id))->Ref<IMMDevice>();
     return S_OK;
@@ -150,16 +167,16 @@ class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice,
   HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
     *device = nullptr;
     if (HRESULT hr = g->Call(L"GetDevice(" + std::wstring(id) + L")")) return hr;
-    if (g->Get(id).id.empty()) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+    if (Get(id).id.empty()) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
     *device = (new Node(id))->Ref<IMMDevice>();
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient* client) override {
-    g->Update([client] { g->client_ = client; });
+    g->Update([client] { g->client = client; });
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override {
-    g->Update([] { g->client_ = nullptr; });
+    g->Update([] { g->client = nullptr; });
     return g->Call(client ? L"Unregister" : L"Unregister(null)");
   }
   HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
@@ -175,7 +192,7 @@ class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice,
     *client = nullptr;
     if (HRESULT hr = g->Call(name + L" Activate(" + std::to_wstring(context) + (params ? L",params)" : L")")))
       return hr;
-    *client = (new Stream(g->Get(id_), name))->Ref<IAudioClient>();
+    *client = (new Stream(Get(id_), name))->Ref<IAudioClient>();
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD, IPropertyStore** store) override {
@@ -187,13 +204,13 @@ class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice,
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetState(DWORD* state) override {
-    *state = g->Get(id_).state;
+    *state = Get(id_).state;
     return g->Call(L"GetState");
   }
   // The friendly name; none for an endpoint whose name is empty.
   HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
     const GUID names = {0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}};
-    const std::wstring name = g->Get(id_).name;
+    const std::wstring name = Get(id_).name;
     PropVariantInit(value);
     if (name.empty() || key.fmtid != names || key.pid != 14) return S_OK;
     value->vt = VT_LPWSTR;
@@ -233,61 +250,42 @@ FakeAudio::~FakeAudio() {
   g = nullptr;
 }
 
-void FakeAudio::Add(const Endpoint& e) {
-  Update([&] {
-    if (!endpoints_.count(e.id)) order_.push_back(e.id);
-    endpoints_[e.id] = e;
-  });
+Endpoint* FakeAudio::Find(const std::wstring& id) {
+  auto it = std::find_if(endpoints.begin(), endpoints.end(), [&](const Endpoint& e) { return e.id == id; });
+  return it == endpoints.end() ? nullptr : &*it;
 }
 
-void FakeAudio::Script(std::function<HRESULT(const std::wstring&)> script) {
-  Update([&] { script_ = std::move(script); });
+void FakeAudio::Add(const Endpoint& e) {
+  Update([&] { Find(e.id) ? void(*Find(e.id) = e) : endpoints.push_back(e); });
 }
 
 void FakeAudio::Queue(const std::vector<float>& samples, bool signal) {
-  Update([&] { packets.push_back(samples); });
-  if (signal) Signal();
+  Update([&] {
+    if (!samples.empty()) packets.push_back(samples);
+  });
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (signal && event) SetEvent(event);
 }
 
 int FakeAudio::Count(const std::wstring& prefix) {
-  int n = -1;
-  Wait([&] { return (n = CountLocked(prefix)) >= 0; });
-  return n;
+  std::lock_guard<std::mutex> lock(mutex_);
+  return Matching(calls, prefix);
 }
 
 bool FakeAudio::WaitFor(const std::wstring& prefix, int times, int timeout_ms) {
-  return Wait([&] { return CountLocked(prefix) >= times; }, timeout_ms);
-}
-
-int FakeAudio::CountLocked(const std::wstring& prefix) {
-  return static_cast<int>(
-      std::count_if(calls.begin(), calls.end(), [&](const std::wstring& c) { return !c.find(prefix); }));
+  return Wait([&] { return Matching(calls, prefix) >= times; }, timeout_ms);
 }
 
 HRESULT FakeAudio::Call(const std::wstring& call, bool quiet) {
-  std::function<HRESULT(const std::wstring&)> script;
+  HRESULT hr = S_OK;
   Update([&] {
     if (!quiet) calls.push_back(call);
-    script = script_;
+    for (const auto& f : fail) hr = call.find(f.first) ? hr : f.second;
+    pauses += hr == kPause;
   });
-  const HRESULT hr = script ? script(call) : S_OK;
   if (hr == kThrow) throw std::runtime_error("scripted");
-  return hr;
-}
-
-Endpoint FakeAudio::Get(const std::wstring& id) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  auto it = endpoints_.find(id);
-  return it == endpoints_.end() ? Endpoint() : it->second;
-}
-
-std::vector<std::wstring> FakeAudio::Ids(bool is_input, DWORD mask) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<std::wstring> ids;
-  for (const std::wstring& id : order_) {
-    if (endpoints_[id].is_input == is_input && (endpoints_[id].state & mask)) ids.push_back(id);
-  }
-  return ids;
+  if (hr == kPause) Wait([&] { return fail.empty(); });
+  return hr == kPause ? S_OK : hr;
 }
 
 std::vector<float> Sine(int frames, int channels, double amplitude) {
