@@ -11,42 +11,45 @@
 
 namespace {
 
+using Levels = audio_testing::Recorder;
+
 TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
-  audio.Add({L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED});
-  audio.Add({L"mic4", L"Headset"});
-  audio.Add({L"mic5", L""});
+  for (const fake_audio::Endpoint& e :
+       {fake_audio::Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED},
+        {L"mic4", L"Headset"},
+        {L"mic5", L""}})
+    audio.Add(e);
   AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
   std::vector<AudioDeviceInfo> devices(3);  // cleared first
-  std::wstring listed;
-  for (bool is_input : {true, false}) {
+  auto text = [](const AudioDeviceInfo& d) { return d.id + L"=" + d.name + (d.is_input ? L"; " : L"! "); };
+  auto list = [&](bool is_input) {
+    std::wstring listed;
     enumerator->EnumerateDevices(is_input, devices);
-    for (const AudioDeviceInfo& d : devices) listed += d.id + L"=" + d.name + (d.is_input ? L";" : L"!");
-  }
-  EXPECT_EQ(listed, L"mic1=Microphone;mic2=Headset;mic4=Headset;mic5=;spk1=Speakers!");
-  const struct {
-    bool is_input;
-    const wchar_t *name, *id;
-  } finds[] = {{true, L"Headset", L"mic2"},
-               {true, L"headset", L""},
-               {false, L"Headset", L""},
-               {true, L"", L"mic5"},
-               {false, L"Speakers", L"spk1"}};
-  for (const auto& f : finds) EXPECT_EQ(enumerator->FindDeviceId(f.is_input, f.name), f.id);
-  audio.Set(L"mic2", DEVICE_STATE_DISABLED);  // listed afresh on each call
-  EXPECT_EQ(enumerator->FindDeviceId(true, L"Headset"), L"mic4");
+    for (const AudioDeviceInfo& d : devices) listed += text(d);
+    return listed;
+  };
+  auto find = [&](bool is_input, const wchar_t* name) {
+    return enumerator->FindDeviceId(is_input, name) + L",";
+  };
+  auto by_default = [&](bool is_input) {
+    AudioDeviceInfo d;
+    d.is_input = !is_input;
+    return enumerator->GetDefaultDevice(is_input, d) ? text(d) : L"none ";
+  };
+  EXPECT_EQ(list(true) + list(false), L"mic1=Microphone; mic2=Headset; mic4=Headset; mic5=; spk1=Speakers! ");
+  EXPECT_EQ(find(true, L"Headset") + find(true, L"headset") + find(false, L"Headset") + find(true, L"") +
+                find(false, L"Speakers"),
+            L"mic2,,,mic5,spk1,");
+  Set([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
+  EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
   Journal();
-  AudioDeviceInfo input, output;
-  ASSERT_TRUE(enumerator->GetDefaultDevice(true, input) && enumerator->GetDefaultDevice(false, output));
-  EXPECT_TRUE(input.id == L"mic1" && input.name == L"Microphone" && input.is_input);
-  EXPECT_TRUE(output.id == L"spk1" && output.name == L"Speakers" && !output.is_input);
+  EXPECT_EQ(by_default(true), L"mic1=Microphone; ");
+  EXPECT_EQ(by_default(false), L"spk1=Speakers! ");
   EXPECT_EQ(Journal(), L"CreateEnumerator; GetDefault(1,2); CreateEnumerator; GetDefault(0,0); ");
-  // No default, then no enumerator at all.
-  audio.Update([this] { audio.defaults[1] = L""; });
-  EXPECT_FALSE(enumerator->GetDefaultDevice(true, input));
+  Set([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
+  EXPECT_EQ(by_default(true), L"none ");
   audio.Fail({{L"CreateEnumerator", E_FAIL}});
-  enumerator->EnumerateDevices(true, devices);
-  EXPECT_TRUE(devices.empty());
-  EXPECT_FALSE(enumerator->GetDefaultDevice(false, output));
+  EXPECT_EQ(list(true) + by_default(false), L"none ");
 }
 
 struct Changes : AudioDeviceListenerEvent {
@@ -86,35 +89,17 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   CoUninitialize();
 }
 
-class Levels : public AudioDeviceTestEvent, public audio_testing::Monitor {
- public:
-  void OnAudioLevel(int level) override {
-    Update([&] { levels.push_back(level); });
-    std::function<void()> act;
-    act.swap(action);
-    if (act) act();
-  }
-  std::vector<int> Get() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return levels;
-  }
-  std::vector<int> levels;
-  std::function<void()> action;  // run once, inside the next report
-};
-
 TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {
   const struct {
     std::vector<int16_t> samples;
     int level;
-  } cases[] = {
-      {std::vector<int16_t>(441, 32767), 67},
-      {std::vector<int16_t>(441, -32768), 67},
-      {{1, -1, 1, -1}, 4},  // about 2.0 on the 65536 scale
-      {{1, 0, 0, 0}, -4},   // a mean of 0.5, truncated toward zero
-      {{1, 0, -1, 0}, 0},
-      {{1000, -1000}, 46},
-      {std::vector<int16_t>(441, 0), INT_MIN},
-  };
+  } cases[] = {{std::vector<int16_t>(441, 32767), 67},
+               {std::vector<int16_t>(441, -32768), 67},
+               {{1, -1, 1, -1}, 4},  // about 2.0 on the 65536 scale
+               {{1, 0, 0, 0}, -4},   // a mean of 0.5, truncated toward zero
+               {{1, 0, -1, 0}, 0},
+               {{1000, -1000}, 46},
+               {std::vector<int16_t>(441, 0), INT_MIN}};
   for (const auto& c : cases)
     EXPECT_EQ(AudioDeviceTest::Level(c.samples.data(), int(c.samples.size())), c.level);
 }
@@ -144,7 +129,7 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)"));
   block(-1);  // at once, whatever the time
   base::SetClockPlatformForTesting(nullptr);
-  EXPECT_EQ(levels.Get(), (std::vector<int>{67, 4, 0, 4}));
+  EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 4, 0, 4}));
   AudioDeviceTest quiet(nullptr);
   quiet.OnAudioData(nullptr, nullptr, 1 << 30, 16, 44100, 1, 0);  // read nothing: the level goes nowhere
   quiet.OnCaptureStopped();
@@ -186,7 +171,7 @@ TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
     }
     delete test;
     EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }));
-    std::vector<int> got = levels.Get();
+    std::vector<int> got = levels.Locked([&] { return levels.levels; });
     for (int& level : got) level = level >= 60 ? -1 : level;
     EXPECT_EQ(got, want[action]) << action;
   }

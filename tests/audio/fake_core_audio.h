@@ -34,12 +34,9 @@ class FakeAudio : public audio_testing::Monitor {
   ~FakeAudio();
   void Add(const Endpoint& endpoint);  // or replace, in place
   Endpoint* Find(const std::wstring& id);
-  void Set(const std::wstring& id, DWORD state) {
-    Update([&] { Find(id)->state = state; });
-  }
   // Every call that begins with a key gives its result.
   void Fail(std::map<std::wstring, HRESULT> results = {}) {
-    Update([&] { fail = results; });
+    Locked([&] { fail = results; });
   }
   // One packet of interleaved float frames (none: a wake-up only), signalled as the system does.
   void Queue(const std::vector<float>& samples = {}, bool signal = true);
@@ -58,7 +55,7 @@ class FakeAudio : public audio_testing::Monitor {
 };
 
 // Interleaved frames of a 1 kHz sine at 48 kHz.
-std::vector<float> Sine(int frames, int channels, double amplitude);
+std::vector<float> Sine(int frames = 480, int channels = 2, double amplitude = 0.5);
 
 }  // namespace fake_audio
 
@@ -83,9 +80,14 @@ class AudioTest : public ::testing::Test {
     ASSERT_TRUE(capture->StartDevice(is_input, id));
     ASSERT_TRUE(audio.WaitFor(L"client1 Start", opens));
   }
+  // Changes the fake's state under its lock.
+  template <typename F>
+  void Set(F change) {
+    audio.Locked(change);
+  }
   std::wstring Journal() {  // and empties it
     std::wstring text;
-    audio.Update([&] {
+    Set([&] {
       for (const std::wstring& call : audio.calls) text += call + L"; ";
       audio.calls.clear();
     });
