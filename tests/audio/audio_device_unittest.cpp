@@ -123,13 +123,13 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   g_tick += 599;
   block(1);  // dropped unmeasured
   g_tick += 1;
-  block(1);
+  block(1000);
   EXPECT_TRUE(test.Stop() && test.Stop());  // the stream's stop reports 0, once
   test.Start(L"No such name");              // the default input
   ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)"));
   block(-1);  // at once, whatever the time
   base::SetClockPlatformForTesting(nullptr);
-  EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 4, 0, 4}));
+  EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 46, 0, 4}));
   AudioDeviceTest quiet(nullptr);
   quiet.OnAudioData(nullptr, nullptr, 1 << 30, 16, 44100, 1, 0);  // read nothing: the level goes nowhere
   quiet.OnCaptureStopped();
