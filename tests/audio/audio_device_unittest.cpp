@@ -40,13 +40,13 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
   EXPECT_EQ(find(true, L"Headset") + find(true, L"headset") + find(false, L"Headset") + find(true, L"") +
                 find(false, L"Speakers"),
             L"mic2,,,mic5,spk1,");
-  Set([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
+  audio.Locked([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
   EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
   Journal();
   EXPECT_EQ(by_default(true), L"mic1=Microphone; ");
   EXPECT_EQ(by_default(false), L"spk1=Speakers! ");
   EXPECT_EQ(Journal(), L"CreateEnumerator; GetDefault(1,2); CreateEnumerator; GetDefault(0,0); ");
-  Set([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
+  audio.Locked([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
   EXPECT_EQ(by_default(true), L"none ");
   audio.Fail({{L"CreateEnumerator", E_FAIL}});
   EXPECT_EQ(list(true) + by_default(false), L"none ");

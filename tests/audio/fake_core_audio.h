@@ -44,7 +44,8 @@ class FakeAudio : public audio_testing::Monitor {
   bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000);
   HRESULT Call(const std::wstring& call, bool quiet = false);  // journals `call` unless quiet
 
-  std::vector<Endpoint> endpoints;
+  std::vector<Endpoint> endpoints = {
+      {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
   std::wstring defaults[2] = {L"spk1", L"mic1"};  // by is_input
   std::map<std::wstring, HRESULT> fail;
   std::vector<std::wstring> calls;
@@ -64,9 +65,6 @@ std::vector<float> Sine(int frames = 480, int channels = 2, double amplitude = 0
 class AudioTest : public ::testing::Test {
  protected:
   AudioTest() {
-    for (const fake_audio::Endpoint& e :
-         {fake_audio::Endpoint{L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}})
-      audio.Add(e);
     capture->SetCaptureEvent(&recorder, &recorder);
     capture->SetRetryIntervalForTesting(20);
   }
@@ -80,14 +78,9 @@ class AudioTest : public ::testing::Test {
     ASSERT_TRUE(capture->StartDevice(is_input, id));
     ASSERT_TRUE(audio.WaitFor(L"client1 Start", opens));
   }
-  // Changes the fake's state under its lock.
-  template <typename F>
-  void Set(F change) {
-    audio.Locked(change);
-  }
   std::wstring Journal() {  // and empties it
     std::wstring text;
-    Set([&] {
+    audio.Locked([&] {
       for (const std::wstring& call : audio.calls) text += call + L"; ";
       audio.calls.clear();
     });
