@@ -29,16 +29,9 @@ TEST(RealEndpoints, EnumeratorListsFindsAndNamesTheDefaults) {
   EXPECT_EQ(enumerator->FindDeviceId(false, L"Monitor of Null Output"), L"");
 }
 
-struct LastLevels : AudioDeviceTestEvent, audio_testing::Monitor {
-  void OnAudioLevel(int level) override {
-    Update([&] { levels.push_back(level); });
-  }
-  std::vector<int> levels;
-};
-
 // The level of the third 600 ms report (the first may hold the stream's start).
 int MeasuredLevel() {
-  LastLevels event;
+  audio_testing::Recorder event;
   AudioDeviceTest test(&event);
   test.Start(L"Monitor of Null Output");
   EXPECT_TRUE(event.Wait([&] { return event.levels.size() >= 3; }, 10000));

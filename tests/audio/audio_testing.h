@@ -1,17 +1,16 @@
-// What the audio tests share: state changed by the capture thread and waits
-// on it, and a recorder of what a capture delivers.
+// What the audio tests share: waits on state that the capture thread
+// changes, and a recorder of what a capture delivers.
 #pragma once
 
 #include <windows.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <vector>
 
+#include "audio/audio_device_test_event.h"
 #include "audio/tone_player.h"
 #include "roomcore/audio.h"
 
@@ -19,13 +18,12 @@ namespace audio_testing {
 
 class Monitor {
  public:
+  // Runs `change` under the lock, wakes the waiters, and gives its result.
   template <typename F>
-  void Update(F change) {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      change();
-    }
+  auto Locked(F change) {
+    std::lock_guard<std::mutex> lock(mutex_);
     changed_.notify_all();
+    return change();
   }
   template <typename F>
   bool Wait(F done, int timeout_ms = 5000) {
@@ -46,20 +44,23 @@ struct Block {
   DWORD thread;
 };
 
-class Recorder : public AudioCaptureEvent, public Monitor {
+// Also of the levels that a microphone test reports.
+class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public Monitor {
  public:
   void OnAudioData(void* user_data, const void* data, int size, int bits, int rate, int channels,
                    int64_t timestamp) override {
     const uint8_t* p = static_cast<const uint8_t*>(data);
-    Update([&] {
+    Locked([&] {
       blocks.push_back({user_data, {p, p + size}, bits, rate, channels, timestamp, GetCurrentThreadId()});
     });
-    std::function<void()> act;
-    act.swap(action);
-    if (act) act();
+    Act();
   }
   void OnCaptureStopped() override {
-    Update([&] { stop_ticks.push_back(GetTickCount()); });
+    Locked([&] { stop_ticks.push_back(GetTickCount()); });
+  }
+  void OnAudioLevel(int level) override {
+    Locked([&] { levels.push_back(level); });
+    Act();
   }
   bool WaitBlocks(size_t n, int ms = 5000) {
     return Wait([&] { return blocks.size() >= n; }, ms);
@@ -69,7 +70,15 @@ class Recorder : public AudioCaptureEvent, public Monitor {
   }
   std::vector<Block> blocks;
   std::vector<DWORD> stop_ticks;
-  std::function<void()> action;  // run once, inside the next block, if set before it
+  std::vector<int> levels;
+  std::function<void()> action;  // run once, inside the next block or level, if set before it
+
+ private:
+  void Act() {
+    std::function<void()> act;
+    act.swap(action);
+    if (act) act();
+  }
 };
 
 }  // namespace audio_testing

@@ -1,8 +1,6 @@
 // Scripted Core Audio for the unit tests, handed to the library through its
-// enumerator factory: endpoints with any mix format, packets, unplugging and
-// a failure (or exception) at any call. Calls are logged by name, such as
-// "GetDevice(mic1)" or "client1 Initialize(mode=0,flags=0x40000,...)", and a
-// script decides each one's result by that name.
+// enumerator factory. Calls are journalled by name, such as "GetDevice(mic1)"
+// or "client1 Initialize(0,0x40000,...)"; `fail` decides their results.
 #pragma once
 
 #include <windows.h>
@@ -19,6 +17,7 @@
 namespace fake_audio {
 
 constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF);  // thrown, not returned
+constexpr HRESULT kPause = static_cast<HRESULT>(0xDEADBEE0);  // counted in `pauses`; succeeds once unscripted
 
 struct Endpoint {
   std::wstring id, name;  // an empty name: the endpoint has none
@@ -28,53 +27,36 @@ struct Endpoint {
   bool is_float = true;  // the extensible subformat
 };
 
+// The members are guarded by mutex_.
 class FakeAudio : public audio_testing::Monitor {
  public:
   FakeAudio();  // installs itself; the destructor restores the system's
   ~FakeAudio();
   void Add(const Endpoint& endpoint);  // or replace, in place
-  void SetDefault(bool is_input, const std::wstring& id) {
-    Update([&] { default_id_[is_input] = id; });
+  Endpoint* Find(const std::wstring& id);
+  // Every call that begins with a key gives its result.
+  void Fail(std::map<std::wstring, HRESULT> results = {}) {
+    Locked([&] { fail = results; });
   }
-  void SetState(const std::wstring& id, DWORD state) {
-    Update([&] { endpoints_[id].state = state; });
-  }
-  void Script(std::function<HRESULT(const std::wstring& call)> script);
-  // One packet of interleaved float frames; signalled as the system does.
-  void Queue(const std::vector<float>& samples, bool signal = true);
-  void Signal() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (event) SetEvent(event);
-  }
-  int Count(const std::wstring& prefix);  // logged calls that begin so
+  // One packet of interleaved float frames (none: a wake-up only), signalled as the system does.
+  void Queue(const std::vector<float>& samples = {}, bool signal = true);
+  int Count(const std::wstring& prefix);  // journalled calls that begin so
   bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000);
+  HRESULT Call(const std::wstring& call, bool quiet = false);  // journals `call` unless quiet
 
-  // For the fakes: logs `call` (unless quiet) and gives the script's result.
-  HRESULT Call(const std::wstring& call, bool quiet = false);
-  Endpoint Get(const std::wstring& id);
-  std::wstring Default(bool is_input) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return default_id_[is_input];
-  }
-  std::vector<std::wstring> Ids(bool is_input, DWORD state_mask);
-
-  // Guarded by mutex_.
+  std::vector<Endpoint> endpoints = {
+      {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
+  std::wstring defaults[2] = {L"spk1", L"mic1"};  // by is_input
+  std::map<std::wstring, HRESULT> fail;
   std::vector<std::wstring> calls;
   std::vector<std::vector<float>> packets;
   HANDLE event = nullptr;
-  IMMNotificationClient* client_ = nullptr;
-  int live_ = 0;  // references held on the fakes
-
- private:
-  int CountLocked(const std::wstring& prefix);
-  std::vector<std::wstring> order_;
-  std::map<std::wstring, Endpoint> endpoints_;
-  std::wstring default_id_[2];
-  std::function<HRESULT(const std::wstring&)> script_;
+  IMMNotificationClient* client = nullptr;
+  int live = 0, pauses = 0;  // references held on the fakes; paused calls
 };
 
 // Interleaved frames of a 1 kHz sine at 48 kHz.
-std::vector<float> Sine(int frames, int channels, double amplitude);
+std::vector<float> Sine(int frames = 480, int channels = 2, double amplitude = 0.5);
 
 }  // namespace fake_audio
 
@@ -83,17 +65,12 @@ std::vector<float> Sine(int frames, int channels, double amplitude);
 class AudioTest : public ::testing::Test {
  protected:
   AudioTest() {
-    audio.Add({L"mic1", L"Microphone"});
-    audio.Add({L"mic2", L"Headset"});
-    audio.Add({L"spk1", L"Speakers", false});
-    audio.SetDefault(true, L"mic1");
-    audio.SetDefault(false, L"spk1");
     capture->SetCaptureEvent(&recorder, &recorder);
     capture->SetRetryIntervalForTesting(20);
   }
   ~AudioTest() override {
     AudioCapture::Release(capture);
-    EXPECT_TRUE(audio.Wait([this] { return audio.live_ == 0; }))
+    EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }))
         << "a Core Audio reference outlived its owner";
   }
   // Starts, and waits for the `opens`-th stream to run.
@@ -101,12 +78,13 @@ class AudioTest : public ::testing::Test {
     ASSERT_TRUE(capture->StartDevice(is_input, id));
     ASSERT_TRUE(audio.WaitFor(L"client1 Start", opens));
   }
-  void Clear() {
-    audio.Update([this] { audio.calls.clear(); });
-  }
-  std::vector<std::wstring> Calls() {
-    std::lock_guard<std::mutex> lock(audio.mutex_);
-    return audio.calls;
+  std::wstring Journal() {  // and empties it
+    std::wstring text;
+    audio.Locked([&] {
+      for (const std::wstring& call : audio.calls) text += call + L"; ";
+      audio.calls.clear();
+    });
+    return text;
   }
 
   fake_audio::FakeAudio audio;

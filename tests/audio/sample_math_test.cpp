@@ -9,10 +9,12 @@
 
 namespace {
 
-// Runs `f` on a copy of `a` (and `b`) at each alignment; both must agree.
+using Floats = std::vector<float>;
+
+// Runs `f` on copies of `a` and `b` at each alignment; both must agree.
 template <typename F>
-std::vector<float> Aligned(std::vector<float>& a, std::vector<float>& b, F f) {
-  std::vector<float> results[2], sources[2];
+Floats Aligned(Floats& a, Floats& b, F f) {
+  Floats results[2], sources[2];
   for (int offset : {0, 1}) {
     alignas(16) float x[1100], y[1100];
     std::memcpy(x + offset, a.data(), a.size() * 4);
@@ -27,35 +29,33 @@ std::vector<float> Aligned(std::vector<float>& a, std::vector<float>& b, F f) {
   return results[0];
 }
 
-TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlace) {
+// In quarters of full scale.
+Floats Q(std::initializer_list<int> quarters) {
+  Floats samples;
+  for (int q : quarters) samples.push_back(q / 4.0f);
+  return samples;
+}
+
+TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlaceAndMultiplyAppliesGain) {
   const struct {
-    std::vector<float> dst, src;
-    bool downmix;
-    std::vector<float> mixed, src_after;
+    bool downmix;  // onto silence: the mix is the downmixed source, which the source becomes
+    Floats dst, src, mixed;
   } cases[] = {
-      {{0.75f, -0.75f, 0.75f, 0.25f, 0.5f},
-       {0.5f, -0.5f, 0.25f, 0.5f, 0.5f},
-       false,
-       {1, -1, 1, 0.75f, 1},
-       {}},
-      {{0, 0, 0, 0}, {1, 0, -1, 0.5f}, true, {0.5f, 0.5f, -0.25f, -0.25f}, {0.5f, 0.5f, -0.25f, -0.25f}},
-      {{0, 0, 0, 0, 0, 0},
-       {0.25f, 0.75f, 0.5f, 1, -0.5f, 1},
-       true,  // a block of four and a pair
-       {0.5f, 0.5f, 0.75f, 0.75f, 0.25f, 0.25f},
-       {0.5f, 0.5f, 0.75f, 0.75f, 0.25f, 0.25f}},
+      {false, Q({3, -3, 3, 1, 2}), Q({2, -2, 1, 2, 2}), Q({4, -4, 4, 3, 4})},
+      {true, Q({0, 0, 0, 0}), Q({4, 0, -4, 2}), Q({2, 2, -1, -1})},
+      {true, Floats(6), Q({1, 3, 2, 4, -2, 4}), Q({2, 2, 3, 3, 1, 1})},  // a block of four and a pair
   };
   for (auto c : cases) {
-    const std::vector<float> src = c.src;
+    const Floats src = c.src;
     EXPECT_EQ(
         Aligned(c.dst, c.src, [&](float* d, float* s) { MixAudio(d, s, unsigned(src.size()), c.downmix); }),
         c.mixed);
-    EXPECT_EQ(c.src, c.downmix ? c.src_after : src);  // untouched without downmix
+    EXPECT_EQ(c.src, c.downmix ? c.mixed : src);
   }
   std::mt19937 random(42);
   std::uniform_real_distribution<float> any(-1.5f, 1.5f);
   for (unsigned count : {1u, 3u, 6u, 7u, 33u, 1000u}) {
-    std::vector<float> dst(count), src(count);
+    Floats dst(count), src(count);
     for (size_t i = 0; i < count; ++i) dst[i] = any(random), src[i] = any(random);
     for (float v : Aligned(dst, src, [&](float*d, float*s) { MixAudio(d, s, count, count % 2 == 0); }))
       EXPECT_TRUE(v >= -1 && v <= 1);
@@ -63,18 +63,13 @@ TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlace) {
   float dst = 0.5f, src = 0.25f;
   MixAudio(&dst, &src, 0, true);
   EXPECT_TRUE(dst == 0.5f && src == 0.25f);
-}
-
-TEST(SampleMath, MultiplyAppliesGainWithoutClipping) {
   const struct {
     float gain;
     int count;
-    std::vector<float> want;
-  } cases[] = {{2, 6, {1.5f, -1, 0.5f, 2, 1, -2}},
-               {0, 6, {0, 0, 0, 0, 0, 0}},
-               {5, 0, {0.75f, -0.5f, 0.25f, 1, 0.5f, -1}}};
-  for (const auto& c : cases) {
-    std::vector<float> samples = {0.75f, -0.5f, 0.25f, 1, 0.5f, -1}, none;
+    Floats want;
+  } gains[] = {{2, 6, Q({6, -4, 2, 8, 4, -8})}, {0, 6, Floats(6)}, {5, 0, Q({3, -2, 1, 4, 2, -4})}};
+  for (const auto& c : gains) {  // without clipping
+    Floats samples = Q({3, -2, 1, 4, 2, -4}), none;
     EXPECT_EQ(Aligned(samples, none, [&](float* s, float*) { MultiplyAudio(s, c.count, c.gain); }), c.want);
   }
 }

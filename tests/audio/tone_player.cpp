@@ -1,6 +1,5 @@
 #include "audio/tone_player.h"
 
-#include <mmdeviceapi.h>
 #include <mmsystem.h>
 
 #include <cmath>
@@ -10,11 +9,24 @@ namespace audio_testing {
 namespace {
 
 // Not every test program links winmm.
+template <typename F>
+F Winmm(const char* name) {
+  return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryW(L"winmm.dll"), name)));
+}
+
 BOOL PlaySoundNow(LPCWSTR sound, DWORD flags) {
-  using PlaySoundFunction = BOOL(WINAPI*)(LPCWSTR, HMODULE, DWORD);
-  static const auto play = reinterpret_cast<PlaySoundFunction>(
-      reinterpret_cast<void*>(GetProcAddress(LoadLibraryW(L"winmm.dll"), "PlaySoundW")));
+  static const auto play = Winmm<BOOL(WINAPI*)(LPCWSTR, HMODULE, DWORD)>("PlaySoundW");
   return play(sound, nullptr, flags);
+}
+
+// An output of this name: winmm names its devices after the Core Audio endpoints.
+bool HasOutput(const std::wstring& name) {
+  static const auto count = Winmm<UINT(WINAPI*)()>("waveOutGetNumDevs");
+  static const auto caps = Winmm<MMRESULT(WINAPI*)(UINT_PTR, LPWAVEOUTCAPSW, UINT)>("waveOutGetDevCapsW");
+  WAVEOUTCAPSW out;
+  for (UINT i = 0; i < count(); ++i)
+    if (caps(i, &out, sizeof(out)) == MMSYSERR_NOERROR && name == out.szPname) return true;
+  return false;
 }
 
 }  // namespace
@@ -23,7 +35,7 @@ BOOL PlaySoundNow(LPCWSTR sound, DWORD flags) {
 // whole-hertz tones, as a WAVE file in memory.
 bool TonePlayer::Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape) {
   Stop();
-  if (!HasEndpoint(false, endpoint_name)) return false;
+  if (!HasOutput(endpoint_name)) return false;
   const uint32_t rate = 44100, frames = rate * 10, bytes = frames * 4;
   const uint32_t header[] = {
       0x46464952, 36 + bytes, 0x45564157, 0x20746d66, 16,   0x00020001,
@@ -43,38 +55,6 @@ bool TonePlayer::Start(const std::wstring& endpoint_name, double frequency, doub
 void TonePlayer::Stop() {
   if (!wave_.empty()) PlaySoundNow(nullptr, 0);
   wave_.clear();
-}
-
-bool HasEndpoint(bool is_input, const std::wstring& name) {
-  const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  const PROPERTYKEY kName = {{0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}},
-                             14};
-  bool found = false;
-  IMMDeviceEnumerator* enumerator = nullptr;
-  IMMDeviceCollection* list = nullptr;
-  UINT count = 0;
-  if (SUCCEEDED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                                 __uuidof(IMMDeviceEnumerator), reinterpret_cast<void**>(&enumerator))) &&
-      SUCCEEDED(enumerator->EnumAudioEndpoints(is_input ? eCapture : eRender, DEVICE_STATE_ACTIVE, &list))) {
-    list->GetCount(&count);
-  }
-  for (UINT i = 0; i < count && !found; ++i) {
-    IMMDevice* device = nullptr;
-    IPropertyStore* store = nullptr;
-    PROPVARIANT value;
-    PropVariantInit(&value);
-    if (SUCCEEDED(list->Item(i, &device)) && SUCCEEDED(device->OpenPropertyStore(STGM_READ, &store)) &&
-        SUCCEEDED(store->GetValue(kName, &value)) && value.vt == VT_LPWSTR) {
-      found = name == value.pwszVal;
-    }
-    PropVariantClear(&value);
-    if (store) store->Release();
-    if (device) device->Release();
-  }
-  if (list) list->Release();
-  if (enumerator) enumerator->Release();
-  if (SUCCEEDED(com)) CoUninitialize();
-  return found;
 }
 
 }  // namespace audio_testing

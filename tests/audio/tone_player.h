@@ -22,8 +22,4 @@ class TonePlayer {
   std::vector<char> wave_;
 };
 
-// An active endpoint of this direction and friendly name, asked of Core
-// Audio on a COM apartment of the call's own.
-bool HasEndpoint(bool is_input, const std::wstring& name);
-
 }  // namespace audio_testing

@@ -1,0 +1,198 @@
+// Endpoint lists, lookup by name, defaults, the exported listener, and the
+// microphone level: its formula, its pacing, and a host's level handler.
+#include <climits>
+#include <thread>
+
+#include "audio/audio_device_enumerator.h"
+#include "audio/audio_device_listener.h"
+#include "audio/audio_device_test.h"
+#include "audio/fake_core_audio.h"
+#include "base/clock_internal.h"
+
+namespace {
+
+using Levels = audio_testing::Recorder;
+
+TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
+  for (const fake_audio::Endpoint& e :
+       {fake_audio::Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED},
+        {L"mic4", L"Headset"},
+        {L"mic5", L""}})
+    audio.Add(e);
+  AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
+  std::vector<AudioDeviceInfo> devices(3);  // cleared first
+  auto text = [](const AudioDeviceInfo& d) { return d.id + L"=" + d.name + (d.is_input ? L"; " : L"! "); };
+  auto list = [&](bool is_input) {
+    std::wstring listed;
+    enumerator->EnumerateDevices(is_input, devices);
+    for (const AudioDeviceInfo& d : devices) listed += text(d);
+    return listed;
+  };
+  auto find = [&](bool is_input, const wchar_t* name) {
+    return enumerator->FindDeviceId(is_input, name) + L",";
+  };
+  auto by_default = [&](bool is_input) {
+    AudioDeviceInfo d;
+    d.is_input = !is_input;
+    return enumerator->GetDefaultDevice(is_input, d) ? text(d) : L"none ";
+  };
+  EXPECT_EQ(list(true) + list(false), L"mic1=Microphone; mic2=Headset; mic4=Headset; mic5=; spk1=Speakers! ");
+  EXPECT_EQ(find(true, L"Headset") + find(true, L"headset") + find(false, L"Headset") + find(true, L"") +
+                find(false, L"Speakers"),
+            L"mic2,,,mic5,spk1,");
+  audio.Locked([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
+  EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
+  Journal();
+  EXPECT_EQ(by_default(true), L"mic1=Microphone; ");
+  EXPECT_EQ(by_default(false), L"spk1=Speakers! ");
+  EXPECT_EQ(Journal(), L"CreateEnumerator; GetDefault(1,2); CreateEnumerator; GetDefault(0,0); ");
+  audio.Locked([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
+  EXPECT_EQ(by_default(true), L"none ");
+  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  EXPECT_EQ(list(true) + by_default(false), L"none ");
+}
+
+struct Changes : AudioDeviceListenerEvent {
+  void OnDeviceStateChanged(const wchar_t* id) override { ids += id; }
+  std::wstring ids;
+};
+
+TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
+  CoInitializeEx(nullptr, COINIT_MULTITHREADED);  // the listener's enumerator lives in the host's apartment
+  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  IAudioDeviceListener* listener = IAudioDeviceListener::Create();
+  EXPECT_FALSE(audio.client);  // without an enumerator it hears nothing
+  IAudioDeviceListener::Release(listener);
+  audio.Fail();
+  listener = IAudioDeviceListener::Create();
+  IMMNotificationClient* client = audio.client;
+  ASSERT_TRUE(client);
+  Changes changes;
+  client->OnDeviceStateChanged(L"a", DEVICE_STATE_UNPLUGGED);  // no event yet: swallowed
+  listener->SetListenerEvent(&changes);
+  PROPERTYKEY key = {};
+  for (HRESULT hr : {client->OnDeviceStateChanged(L"b", DEVICE_STATE_UNPLUGGED), client->OnDeviceAdded(L"c"),
+                     client->OnDeviceRemoved(L"d"), client->OnDefaultDeviceChanged(eCapture, eConsole, L"e"),
+                     client->OnPropertyValueChanged(L"f", key)})
+    EXPECT_EQ(hr, S_OK);
+  void* object = nullptr;
+  for (int i = 0; i < 3; ++i)
+    EXPECT_TRUE(client->AddRef() == 1 && client->Release() == 1 && client->Release() == 1);
+  EXPECT_TRUE(client->QueryInterface(IID_IUnknown, &object) == S_OK && object == client);
+  EXPECT_TRUE(client->QueryInterface(__uuidof(IMMNotificationClient), &object) == S_OK && object == client);
+  EXPECT_TRUE(client->QueryInterface(__uuidof(IMMDevice), &object) == E_NOINTERFACE && !object);
+  client->OnDeviceStateChanged(L"g", DEVICE_STATE_ACTIVE);  // still alive
+  EXPECT_EQ(changes.ids, L"bg");
+  IAudioDeviceListener::Release(listener);
+  EXPECT_TRUE(audio.Count(L"Unregister") == 1 && !audio.client);
+  IAudioDeviceListener::Release(nullptr);
+  CoUninitialize();
+}
+
+TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {
+  const struct {
+    std::vector<int16_t> samples;
+    int level;
+  } cases[] = {{std::vector<int16_t>(441, 32767), 67},
+               {std::vector<int16_t>(441, -32768), 67},
+               {{1, -1, 1, -1}, 4},  // about 2.0 on the 65536 scale
+               {{1, 0, 0, 0}, -4},   // a mean of 0.5, truncated toward zero
+               {{1, 0, -1, 0}, 0},
+               {{1000, -1000}, 46},
+               {std::vector<int16_t>(441, 0), INT_MIN}};
+  for (const auto& c : cases)
+    EXPECT_EQ(AudioDeviceTest::Level(c.samples.data(), int(c.samples.size())), c.level);
+}
+
+std::atomic<DWORD> g_tick{0};
+DWORD WINAPI Tick() { return g_tick; }
+
+TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
+  static const base::ClockPlatform kClock = {&Tick, &Sleep};
+  g_tick = 100000;
+  base::SetClockPlatformForTesting(&kClock);
+  Levels levels;
+  AudioDeviceTest test(&levels);
+  auto block = [&test](int16_t value) {
+    std::vector<int16_t> samples(100, value);
+    test.OnAudioData(nullptr, samples.data(), 200, 16, 44100, 1, 0);
+  };
+  test.Start(L"Headset");
+  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic2)"));
+  block(32767);
+  g_tick += 599;
+  block(1);  // dropped unmeasured
+  g_tick += 1;
+  block(1000);
+  EXPECT_TRUE(test.Stop() && test.Stop());  // the stream's stop reports 0, once
+  test.Start(L"No such name");              // the default input
+  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)"));
+  block(-1);  // at once, whatever the time
+  base::SetClockPlatformForTesting(nullptr);
+  EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 46, 0, 4}));
+  AudioDeviceTest quiet(nullptr);
+  quiet.OnAudioData(nullptr, nullptr, 1 << 30, 16, 44100, 1, 0);  // read nothing: the level goes nowhere
+  quiet.OnCaptureStopped();
+}
+
+// Each test measures full-scale packets through the capture (-1 below: a
+// level of at least 60), then its level handler stops, restarts or ends it,
+// or the host restarts it on an endpoint that can't open.
+TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
+  const std::vector<int> want[] = {{-1, 0}, {-1, -1, 0}, {-1}, {-1, 0}};
+  for (int action = 0; action < 4; ++action) {
+    Journal();
+    Levels levels;
+    AudioDeviceTest* test = new AudioDeviceTest(&levels);
+    HANDLE acted = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    levels.action = [&] {
+      if (action == 0) test->Stop();
+      if (action == 1) test->Start(L"Microphone");
+      if (action == 2) delete test, test = nullptr;
+      SetEvent(acted);
+    };
+    test->Start(L"Microphone");
+    ASSERT_TRUE(audio.WaitFor(L"client1 Start"));
+    audio.Queue(std::vector<float>(960, 1.0f));
+    ASSERT_EQ(WaitForSingleObject(acted, 5000), WAIT_OBJECT_0) << "the handler's call hung";
+    CloseHandle(acted);
+    if (action == 1) {  // a fresh capture, whose first block counts
+      ASSERT_TRUE(audio.WaitFor(L"client1 Start", 2));
+      audio.Queue(std::vector<float>(960, 1.0f));
+      ASSERT_TRUE(levels.Wait([&] { return levels.levels.size() == 2; }));
+      // The host's stop meets a stop from the handler: neither may wait for the other.
+      levels.action = [&] { test->Stop(); };
+      EXPECT_TRUE(test->Stop());
+    }
+    if (action == 3) {  // the old test reports 0; the new can't open
+      audio.Fail({{L"GetDevice(mic1)", E_FAIL}});
+      test->Start(L"Microphone");
+      ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)", 3));
+    }
+    delete test;
+    EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }));
+    std::vector<int> got = levels.Locked([&] { return levels.levels; });
+    for (int& level : got) level = level >= 60 ? -1 : level;
+    EXPECT_EQ(got, want[action]) << action;
+  }
+}
+
+// The engine starts tests from host threads and restarts them from the SDK's
+// thread at a room's end; no capture may be lost or doubled.
+TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
+  {
+    AudioDeviceTest test(nullptr);
+    auto churn = [&test] {
+      for (int i = 0; i < 20; ++i) {
+        test.Start(L"Microphone");
+        if (i % 3 == 0) test.Stop();
+      }
+    };
+    std::thread a(churn), b(churn);
+    a.join();
+    b.join();
+  }
+  EXPECT_EQ(audio.Count(L"client1 Start"), audio.Count(L"client1 Stop"));
+}
+
+}  // namespace
