@@ -1,5 +1,4 @@
-// The fixture of the IM tests: a fresh imsdk stand-in, the one manager, a log capture, and a journal that
-// writes every host callback as a line of text.
+// The IM fixture: a fresh imsdk stand-in, the one manager, a log capture, a journal of host callbacks.
 #pragma once
 
 #include <windows.h>
