@@ -94,14 +94,12 @@ TEST_F(EngineTest, EachOperationAndCallback) {
       "onDeviceChange: Speaker A , speaker state is 0|OnSpeakChangeTask|EnableCaptureSystemAudio:1|"
       "EnableCaptureSystemAudio:1|OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0|"
       "onDeviceChange: Speaker A , speaker state is 2|OnSpeakChangeTask",
-      "EnableCaptureSystemAudio(1); drain; current(1,Speaker A); EnableCaptureSystemAudio(0); drain; "
-      "current(1,null,nameless); EnableCaptureSystemAudio(1) # getCurrentSpeakerDevice()@T|"
-      "getCurrentSpeakerDevice()@T|getCurrentSpeakerDevice()@T #  # EnableCaptureSystemAudio:1|"
-      "OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0|EnableCaptureSystemAudio:0|"
-      "OnEnableCaptureSystemAudioTask, enable: 0, is_record_system_voice_: 0|OnEnableCaptureSystemAudioTask,"
-      " getCurrentSpeakerDevice: Speaker A|EnableCaptureSystemAudio:1|OnEnableCaptureSystemAudioTask, "
-      "enable: 1, is_record_system_voice_: 0|OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: "
-      "nulllptr",
+      "current(1,Speaker A); EnableCaptureSystemAudio(0); drain; current(1,null,nameless); "
+      "EnableCaptureSystemAudio(1) # getCurrentSpeakerDevice()@T|getCurrentSpeakerDevice()@T #  # "
+      "EnableCaptureSystemAudio:0|OnEnableCaptureSystemAudioTask, enable: 0, is_record_system_voice_: 0|"
+      "OnEnableCaptureSystemAudioTask, getCurrentSpeakerDevice: Speaker A|EnableCaptureSystemAudio:1|"
+      "OnEnableCaptureSystemAudioTask, enable: 1, is_record_system_voice_: 0|OnEnableCaptureSystemAudioTask,"
+      " getCurrentSpeakerDevice: nulllptr",
       "OpenCamera(4660); OpenCamera(4660); CloseCamera; CloseCamera; OpenCamera(0); "
       "StartCameraDeviceTest(0); StartCameraDeviceTest(0); CloseCamera; StopCameraDeviceTest; "
       "StartCameraDeviceTest(0); OpenCamera(0); StopCameraDeviceTest; StartCameraDeviceTest(0) # V|"
