@@ -304,7 +304,6 @@ class EngineTest : public ::testing::Test {
       if (name == "every" ? isupper(step[0]) && step != "Initialize" : step == name) run();
     }
   }
-
   testing_support::LogCapture log_;
   RecordingEvents events_;
   RTCEngine* engine_ = nullptr;

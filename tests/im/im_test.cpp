@@ -94,8 +94,7 @@ TEST_F(ImTest, InitializeWithItsConfigurationAndTheOutcomesOfItsStepsAndTheJoin)
   const std::string init = "TIMInit(18446744073709551611,", path = "{\"sdk_config_config_file_path\":\"";
   EXPECT_EQ(Sdk("TIMInit"), L(init + "{});" + init + path + "C:/rooms/\\\\imconfig\"});" + init + path +
                               "D:\\\\data\\\\\\\\imconfig\"});" + init + "{})"));
-  // A scripted result or callback of one step: what the host hears, a log line, and the init, join,
-  // subscribe and send calls, with data sent once the join has been reported.
+  // One step's scripted result or callback: the events, a log line, the init, join and subscribe+send calls.
   const struct {
     const char* function;
     int result, code;
@@ -264,8 +263,7 @@ TEST_F(ImTest, EachSendGoesOutAsOneMessageAndItsOutcomeReachesBothInterfaces) {
   EXPECT_TRUE(Logged("SendWhiteBoardData:ab") && Logged("SendWhiteBoardData:"));
   EXPECT_TRUE(Logged("OnSendWhiteBoardDataTask, ret: 1", 3));
 }
-// Data sent while the join is reported or its flush runs must not overtake the flush; once the quit has taken
-// effect it waits for the next join, even while the flush still runs.
+// Data sent during the join's report or flush doesn't overtake the flush; after the quit it waits for a join.
 TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoinsCallback) {
   struct JoinGate : Journal {
     void OnImEvent(int event, int code, const char* desc) override {
@@ -306,8 +304,7 @@ TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoins
   DrainTasks(&gate);  // and the callbacks, which reach `gate`
   EXPECT_EQ(Sdk("TIMMsgSendNewMsg").back(), Sent(Board("after")) + " in TIMGroupJoin");
 }
-// Only messages of the group from others pass, C2C ones whatever their conversation; keys of the wrong type
-// count as missing.
+// Group messages from others pass, C2C ones from any conversation; keys of a wrong type count as missing.
 TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatch) {
   Join();
   manager_->SetWhiteBoardCallback(&journal_);

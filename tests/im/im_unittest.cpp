@@ -48,8 +48,7 @@ TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   Join();
   EXPECT_EQ(Calls("TIMLogin") + Calls("TIMMsgSendNewMsg"), 1);
 }
-// need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback log out of the SDK. Foreign
-// messages on the task queue, and a send task without its record, change nothing.
+// need_logout_ (LogoutAndQuitGroup clears it) makes the quit log out; foreign task messages change nothing.
 TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
   for (int code : {0, 6013}) {
     Fresh();
