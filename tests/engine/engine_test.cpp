@@ -256,7 +256,8 @@ TEST_F(EngineTest, HostSdkAndTaskThreadsTogether) {
   std::atomic<bool> stop{false};
   std::thread room([&] {
     for (int i = 0; !stop; ++i)
-      Run("EnterRoom(1,2," + (i % 2 ? alice : bob) + ",s); OpenCamera(0); ExitRoom; GetMicDevices");
+      Run("EnterRoom(1,2," + (i % 2 ? alice : bob) +
+          ",s); OpenCamera(0); ExitRoom; GetMicDevices; SetCameraDevice(Cam A); OpenMicDevice(Mic B)");
   });
   for (int i = 0; i < 200; ++i)
     liteav_control::RunOnCallbackThread(
