@@ -1,5 +1,4 @@
-// The microphone test while the desktop is shared: the library's own level meter on the test run's sound
-// server, whose default input is the null sink's monitor. A full-scale tone played into the sink measures 67.
+// The library's own level meter while sharing, on the null sink's monitor: a full-scale tone measures 67.
 #include <windows.h>
 
 #include <atomic>
@@ -20,8 +19,7 @@ class EngineSound : public EngineTest {
   }
   audio_testing::TonePlayer tone_;
 };
-// The stop goes to the engine that the desktop flag names at that moment, and ends the library's capture
-// whichever that is. A room's end restarts the library's test.
+// The stop goes where the desktop flag points now and ends the library's capture; a room's end restarts it.
 TEST_F(EngineSound, TheLibrarysTestRunsWhileSharingAndEndsWithTheStop) {
   Run("StartMicDeviceTest; EnableCaptureDesktopVideo(1); StopMicDeviceTest; EnterRoom(1400,1234,alice,sig); "
       "StartMicDeviceTest");
@@ -36,8 +34,7 @@ TEST_F(EngineSound, TheLibrarysTestRunsWhileSharingAndEndsWithTheStop) {
   // No report comes in the next two intervals although the tone plays on.
   EXPECT_FALSE(events_.WaitFor("OnMicTestVolume(67)", events_.Count("OnMicTestVolume(67)") + 1, 1300));
 }
-// A host that stops the test from inside its level event holds up neither the capture thread nor later calls
-// nor the release.
+// A stop from inside the level event holds up neither the capture thread nor later calls nor the release.
 TEST_F(EngineSound, AHandlerThatStopsTheTestHoldsNothingUp) {
   base::ScopedHandle returned(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   std::atomic<bool> stopped{false};

@@ -1,5 +1,4 @@
-// The engine as a host sees it, against the liteav.dll stand-in: an event interface that records what
-// arrives, and the folder's fixture, which runs scripts of host calls and SDK callbacks.
+// The folder's fixture: scripts of host calls and SDK callbacks against the liteav.dll stand-in.
 #pragma once
 
 #include <windows.h>
@@ -95,8 +94,8 @@ class RecordingEvents : public RTCEngineEvent {
     return texts_;
   }
   int Count(const std::string& text) {
-    const Strings texts = Texts();
-    return static_cast<int>(std::count(texts.begin(), texts.end(), text));
+    std::lock_guard<std::mutex> guard(mutex_);
+    return static_cast<int>(std::count(texts_.begin(), texts_.end(), text));
   }
   bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
     std::unique_lock<std::mutex> guard(mutex_);
@@ -135,8 +134,7 @@ inline Strings SdkCalls(DWORD task_thread) {
   }
   return calls;
 }
-// The names that a list operation gives joined with "/", or "<false>" with null and 0; the array freed as a
-// host frees it, reserved halves all zero.
+// A list operation's names joined with "/", or "<false>" with null and 0; reserved halves all zero.
 using ListFn = bool (RTCEngine::*)(DeviceRecord**, int32_t*);
 inline std::string Names(RTCEngine* engine, ListFn list) {
   DeviceRecord* devices = reinterpret_cast<DeviceRecord*>(1);
@@ -150,8 +148,7 @@ inline std::string Names(RTCEngine* engine, ListFn list) {
   FreeDeviceRecords(devices);
   return names;
 }
-// A script's argument as the parameter's type: "null" a null text or record, "*" a record without its NUL,
-// other pointers null.
+// A script's argument as the parameter's type: "null" a null pointer, "*" a record without its NUL.
 struct Arg {
   const std::string& text;
   mutable DeviceRecord record;
@@ -169,8 +166,7 @@ struct Arg {
     return static_cast<T>(std::stoll(text));
   }
 };
-// A fresh engine, initialised, over two microphones, two cameras and one speaker. Without `answer` the
-// stand-in doesn't answer room calls.
+// A fresh engine, initialised, over two mics, two cameras, a speaker; `answer`: room calls answered.
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override { Start(); }
@@ -194,8 +190,7 @@ class EngineTest : public ::testing::Test {
     liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
     log_.Clear(), events_.Clear();
   }
-  // Waits until the task thread has served every post made so far, and what those posted in turn: it hands a
-  // WM_TIMER with a procedure to DispatchMessageW, in the queue's order.
+  // Waits until the task thread has served every post so far and what those posted (a WM_TIMER dispatched).
   void Drain() {
     for (int round = 0; round < 2; ++round) {
       base::ScopedHandle served(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -214,9 +209,8 @@ class EngineTest : public ::testing::Test {
       lines.push_back(line.module == L"RTCEngineImpl" ? line.message : line.module + L":" + line.message);
     return lines;
   }
-
-  // Runs "Operation(a,b); onCallback(c); step" on this thread: operations of the engine and SDK callbacks by
-  // their own names (results noted as events), and the steps below. "every" runs each operation.
+  // Runs "Operation(a,b); onCallback(c); step": operations (results noted), callbacks, steps; "every": each
+  // op.
   void Run(const std::string& script) {
     for (const std::string& statement : Split(script, ';')) {
       const size_t open = statement.find('('), begin = statement.find_first_not_of(' ');
@@ -310,7 +304,6 @@ class EngineTest : public ::testing::Test {
       if (name == "every" ? isupper(step[0]) && step != "Initialize" : step == name) run();
     }
   }
-
   testing_support::LogCapture log_;
   RecordingEvents events_;
   RTCEngine* engine_ = nullptr;

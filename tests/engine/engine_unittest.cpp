@@ -18,8 +18,8 @@ class RTCEngineImplTestPeer {
 namespace engine_test {
 namespace {
 
-// Without a task thread the host still gets an engine that it can drive and release; nothing reaches the SDK,
-// and the next engine starts normally. The library's own microphone level reaches a listening host only.
+// Without a task thread the engine is harmless and the next one starts; the library's level reaches a
+// listener.
 TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   Run("release; forget");
   {
@@ -39,8 +39,7 @@ TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   EXPECT_EQ(events_.Count("=<false>"), 6);
   EXPECT_EQ(events_.Texts().back(), "OnMicTestVolume(67)");
 }
-// Device records posted behind the loop's end are freed with it; once it has ended no post goes out, and a
-// record that can't go is freed by its poster.
+// Device records behind the loop's end are freed with it, one that can't be posted by its poster.
 TEST(EngineUnit, RecordsQueuedBehindTheEndOfTheTaskLoopAreFreed) {
   RecordingEvents events;
   for (UINT end : {9000u, static_cast<UINT>(WM_QUIT)}) {
@@ -65,8 +64,8 @@ LONG CALLBACK OnGuardPage(EXCEPTION_POINTERS* info) {
   g_on_guard_page();
   return EXCEPTION_CONTINUE_EXECUTION;  // the page is plain memory again
 }
-// A push reuses a frame that a pull gave back and allocates nothing. The kept frames go back when the host
-// uninitialises and when the stream stops, even one that a pull under way gives back after the switch-off.
+// A push reuses a pulled frame, allocating nothing; kept frames go back at UnInitialize and the stream's
+// stop.
 TEST(EngineUnit, DesktopFramesAreReusedAndGoBackWhenTheHostLeavesOrTheStreamStops) {
   RTCEngine* engine = CreaeRTCEngine();
   const int width = 1920, height = 1080, size = width * height * 3 / 2;

@@ -1,5 +1,4 @@
-// The fixture of the IM tests: a fresh imsdk stand-in, the one manager, a log capture, and a journal that
-// writes every host callback as a line of text.
+// The IM fixture: a fresh imsdk stand-in, the one manager, a log capture, a journal of host callbacks.
 #pragma once
 
 #include <windows.h>
@@ -34,9 +33,7 @@ inline Lines L(const std::string& joined) {  // the lines of "a;b;c"
 }
 inline HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 inline bool Wait(HANDLE event) { return WaitForSingleObject(event, kWait) == WAIT_OBJECT_0; }
-
-// "ev 1|0|login success", "res code|desc|user_data", "wb group|sender|data|length", "text group|sender|text",
-// "c2c sender|text", "c2cdata sender|data|length"; " here": a call on the thread that made the journal.
+// "ev 1|0|desc", "res code|desc|tag", "wb/text group|from|data[|n]", "c2c[data] from|data[|n]", +" here"
 class Journal : public ImManagerEvent, public WhiteBoardEvent {
  public:
   void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
@@ -161,7 +158,6 @@ class ImTest : public ::testing::Test {
     const Lines lines = Log();
     return std::count(lines.begin(), lines.end(), line) == times;
   }
-
   testing_support::LogCapture log_;
   Journal journal_;
   ImManager* manager_ = nullptr;

@@ -48,13 +48,17 @@ TEST_F(ImTest, NoTaskThreadBeforeTheFirstLoginNorAfterARefusedStart) {
   Join();
   EXPECT_EQ(Calls("TIMLogin") + Calls("TIMMsgSendNewMsg"), 1);
 }
-// need_logout_, which LogoutAndQuitGroup clears, makes the quit's callback log out of the SDK.
+// need_logout_ (LogoutAndQuitGroup clears it) makes the quit log out; foreign task messages change nothing.
 TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
   for (int code : {0, 6013}) {
     Fresh();
     Join();
     Peer::SetNeedLogout(manager_);
+    const size_t calls = Sdk().size();
+    for (UINT message : {8004u, WM_USER + 1u, static_cast<UINT>(IMTask_SendWhiteBoardData)})
+      ASSERT_TRUE(PostThreadMessageW(Peer::TaskThread(manager_), message, 0, 0));
     DrainTasks();
+    EXPECT_EQ(Sdk(nullptr, calls), L("TIMGroupQuit(group-1,p,self)"));
     ImsdkHoldCallbacks("TIMGroupQuit", 1);
     if (code) ImsdkScriptCallback("TIMLogout", code, "no");
     manager_->LogoutAndQuitGroup();
@@ -76,14 +80,6 @@ TEST_F(ImTest, AQuitWithNeedLogoutLogsOutOfTheSdk) {
     EXPECT_EQ(Calls("TIMLogin"), 2);  // a login and no join
     EXPECT_EQ(Calls("TIMGroupJoin"), 1);
   }
-}
-TEST_F(ImTest, AForeignMessageOnTheTaskQueueChangesNothing) {
-  Join();
-  const size_t calls = Sdk().size();
-  for (UINT message : {8004u, WM_USER + 1u, static_cast<UINT>(IMTask_SendWhiteBoardData)})  // a null record
-    ASSERT_TRUE(PostThreadMessageW(Peer::TaskThread(manager_), message, 0, 0));
-  DrainTasks();
-  EXPECT_EQ(Sdk(nullptr, calls), L("TIMGroupQuit(group-1,p,self)"));
 }
 // Sending takes other locks, and the SDK may answer at once: a lock held across it would nest them.
 TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
