@@ -48,7 +48,7 @@ TEST(TopWindowEnumCallback, NoWindowEndsTheWalkAndOneThatThrowsIsLeftOut) {
   EXPECT_TRUE(windows.GetWindowAt(0) == kept.hwnd() && windows.GetWindowAt(1) == nullptr);
 }
 
-TEST(PictureOfWindow, TheDeviceSizeScalesOnlyWhereTheDisplayIsScaledThenNoneWhenTooLargeOrOutOfMemory) {
+TEST(PictureOfWindow, ScaledDownOnlyWhereTheDisplayIsScaledAndNoneWhenTooLargeOrOutOfMemory) {
   const int cases[][8] = {{300, 200, 1280, 1024, 1280, 1024, 300, 200},  // unscaled
                           {301, 201, 1280, 720, 1920, 1080, 451, 301},   // 150 %, truncated
                           {300, 200, 0, 0, 1920, 1080, 300, 200},        // no answer from the device
