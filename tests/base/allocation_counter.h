@@ -1,5 +1,4 @@
-// Counts live heap blocks made through operator new in this program, so that
-// tests can prove a scenario frees everything it made.
+// Live heap blocks made through operator new: a scenario must free everything it made.
 #pragma once
 
 #include <cstdint>

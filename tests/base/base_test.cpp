@@ -23,21 +23,6 @@ TEST(Clock, TheMillisecondTickInEveryUnitAndSleepsThatLastTheirTime) {
   }
 }
 
-// A termination_child.exe run with `args`, or null.
-HANDLE StartChild(const std::wstring& args) {
-  wchar_t path[MAX_PATH];
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring command =
-      L"\"" + std::wstring(path, wcsrchr(path, L'\\') + 1) + L"termination_child.exe\" " + args;
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION info = {};
-  if (!CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
-    return nullptr;
-  CloseHandle(info.hThread);
-  return info.hProcess;
-}
-
 TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays) {
   const struct {
     const wchar_t* args;
@@ -52,9 +37,18 @@ TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays)
                {L"exit 0xC0000005", TerminationCrashed, static_cast<int>(0xC0000005u)},
                {L"exit 259", TerminationAbnormal, -7},  // the still-active code
                {L"wait", TerminationStillRunning, 258}};
+  wchar_t path[MAX_PATH];
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  const std::wstring exe = L"\"" + std::wstring(path, wcsrchr(path, L'\\') + 1) + L"termination_child.exe\" ";
   for (const auto& c : cases) {
-    const HANDLE child = StartChild(c.args);
-    ASSERT_NE(child, nullptr);
+    std::wstring command = exe + c.args;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    ASSERT_TRUE(
+        CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
+    const HANDLE child = info.hProcess;
+    CloseHandle(info.hThread);
     ASSERT_TRUE(c.status == TerminationStillRunning || WaitForSingleObject(child, 10000) == WAIT_OBJECT_0);
     int exit_code = -7;
     EXPECT_EQ(GetTerminationStatus(child, &exit_code), c.status) << c.args;
@@ -73,25 +67,20 @@ TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays)
   EXPECT_EQ(GetTerminationStatus(nullptr, nullptr), TerminationNormal);
 }
 
-bool IsMark(float f) {
-  uint32_t bits;
-  std::memcpy(&bits, &f, 4);
-  return bits == 0x7FC00000u;  // the quiet NaN
-}
-
 TEST(Geometry, DefaultsMarksAndTolerantComparisons) {
   const Point3D p;
-  const Rect3D r(Rect3D(1, 2, 3, 4, 5));
+  const Rect3D r;
   Size3D s;
-  s = Size3D(7, 8, 9);
-  EXPECT_TRUE(p.x == 0 && p.y == 0 && p.z == 0 && s.cx == 7 && s.cz == 9 && r.left == 1 && r.z == 5);
+  EXPECT_TRUE(p.x == 0 && p.y == 0 && p.z == 0 && s.cx == 0 && s.cz == 0 && r.left == 0 && r.z == 0);
+  EXPECT_TRUE((s = Size3D(7, 8, 9)).cx == 7 && s.cz == 9);
   const PointOpt po;
   const SizeOpt so;
   const RectOpt ro;
   const PointOptEx pe;
+  const uint32_t kQuietNan = 0x7FC00000u;
   for (float f : {kFloatNA, po.x, po.y, po.z, so.cx, so.cy, so.cz, ro.left, ro.top, ro.right, ro.bottom, ro.z,
                   pe.x, pe.z})
-    EXPECT_TRUE(IsMark(f));
+    EXPECT_EQ(std::memcmp(&f, &kQuietNan, 4), 0);
   const RectOpt sized(Point3D(10, 20, 5), Size3D(30, 40, 7));
   EXPECT_TRUE(sized.left == 10 && sized.top == 20 && sized.right == 40 && sized.bottom == 60 && sized.z == 5);
   EXPECT_TRUE(RectOpt(Rect3D(1, 2, 3, 4, 5)).right == 3 && PointOpt(Point3D(1, 2, 3)).z == 3);

@@ -1,8 +1,6 @@
 // The foundation's inner pieces: clock behind its seam, frames, queue, pool, text, version tables.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 #include <vector>
 
 #include "allocation_counter.h"
@@ -34,13 +32,11 @@ TEST(Clock, CountsWrapsOnlyFromTheLastToTheFirstSixteenthAndSleepsInWholeMillise
   const struct {
     std::vector<DWORD> ticks;
     int64_t last_ms;
-  } wraps[] = {{{5}, 5},  // the first reading is never a wrap
-               {{0xFFFFFFF0u, 0x10}, kWrap + 16},
-               {{0xFFFFFFF0u, 0x10, 0x10000000}, kWrap + 0x10000000},  // and it keeps growing
-               {{0xF0000000u, 5}, 5},                                  // previous exactly 0xF0000000: no wrap
-               {{0xFFFFFFF0u, 0x0FFFFFFF}, 0x0FFFFFFF},                // now exactly 0x0FFFFFFF: no wrap
-               {{0xFFFFFFF0u, 0x0FFFFFFE}, kWrap + 0x0FFFFFFE},
-               {{1000, 999}, 999},  // a step back shows
+  } wraps[] = {{{5}, 5},                                         // the first reading is never a wrap
+               {{0xF0000000u, 5}, 5},                            // previous exactly 0xF0000000: no wrap
+               {{0xFFFFFFF0u, 0x0FFFFFFF}, 0x0FFFFFFF},          // now exactly 0x0FFFFFFF: no wrap
+               {{0xF0000001u, 0x0FFFFFFE}, kWrap + 0x0FFFFFFE},  // just inside both: a wrap
+               {{1000, 999}, 999},                               // a step back shows
                {{0xFFFFFFFFu, 1, 0xFFFFFFFFu, 2}, 2 * kWrap + 2}};
   for (const auto& c : wraps) {
     ResetClock(0);
@@ -57,9 +53,7 @@ TEST(Clock, CountsWrapsOnlyFromTheLastToTheFirstSixteenthAndSleepsInWholeMillise
     DWORD start, num, den;
     std::vector<DWORD> sleeps;
     DWORD end;
-  } sleeps[] = {{0, 100, 1, 1, {}, 100},  // nothing to wait: no Sleep
-                {-2147483647 - 1, 100, 1, 1, {}, 100},
-                {5, 100, 1, 1, {5}, 105},
+  } sleeps[] = {{0, 100, 1, 1, {}, 100},                     // nothing to wait: no Sleep
                 {20, 100, 1, 2, {20, 10, 5, 3, 2, 1}, 120},  // early wakes: again for what is left
                 {4, 100, 3, 1, {4}, 112},                    // a late wake returns late
                 {4, 0xFFFFFFFEu, 1, 1, {4}, 2}};             // across the wrap
@@ -133,8 +127,7 @@ TEST(FrameQueue, FramesWithoutGapsAndAQueueThatDropsTheOldestAndLeaksNothing) {
   EXPECT_EQ(testing_support::LiveAllocations(), before);
 }
 
-// Dropped and cleared frames go back to the pool, and pushes take them
-// again: a stream of one size allocates nothing once the pool holds enough.
+// A stream of one size allocates nothing once dropped and cleared frames refill the pool.
 TEST(FramePool, ReusesTheFramesOfTheSizeInUse) {
   const int64_t before = testing_support::LiveAllocations();
   {
@@ -153,30 +146,6 @@ TEST(FramePool, ReusesTheFramesOfTheSizeInUse) {
     pool.Give(other);
   }
   EXPECT_EQ(testing_support::LiveAllocations(), before);
-}
-
-// A producer that never waits and a consumer that falls behind: frames come
-// out in order or are dropped and freed, and the newest is never lost.
-TEST(FrameQueueThreads, ProducerAndConsumerLoseAndLeakNothing) {
-  const int64_t before = testing_support::LiveAllocations();
-  std::vector<int64_t> popped;
-  popped.reserve(5000);
-  {
-    FrameQueue queue(12);
-    std::atomic<bool> done{false};
-    std::thread consumer([&] {
-      for (bool finished = false; !finished;) {
-        finished = done.load();
-        for (I420Frame* out = nullptr; queue.Pop(&out); FreeI420Frame(out)) popped.push_back(out->timestamp);
-        std::this_thread::yield();
-      }
-    });
-    for (int n = 1; n <= 5000; ++n) queue.Push(Numbered(n));
-    done.store(true);
-    consumer.join();
-  }
-  EXPECT_TRUE(std::is_sorted(popped.begin(), popped.end()) && popped.back() == 5000);
-  EXPECT_EQ(testing_support::LiveAllocations(), before + 1);  // the vector's block
 }
 
 TEST(Text, Utf8ToWideOnBothPathsAndTheVersionTables) {
@@ -206,12 +175,7 @@ TEST(Text, Utf8ToWideOnBothPathsAndTheVersionTables) {
                                                       : SystemInfo::EditionHome)
         << t;
   }
-  const SystemInfo* seen[4] = {};
-  std::thread threads[4];
-  for (int i = 0; i < 4; ++i) threads[i] = std::thread([&seen, i] { seen[i] = &SystemInfo::Instance(); });
-  for (auto& t : threads) t.join();
   const SystemInfo& info = SystemInfo::Instance();
-  EXPECT_EQ(std::count(seen, seen + 4, &info), 4);  // one record
   EXPECT_EQ(GetWindowsVersion(), VersionFromNumbers(info.major, info.minor));
   EXPECT_TRUE(info.processors >= 1 && info.allocation_granularity > 0 &&
               info.architecture != SystemInfo::ArchitectureOther);

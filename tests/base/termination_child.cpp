@@ -1,5 +1,4 @@
-// The child whose end the termination tests classify: "exit N" ends with
-// code N (hex with 0x), "wait" waits until it is killed.
+// "exit N" ends with code N (hex with 0x), "wait" waits until it is killed.
 #include <windows.h>
 
 #include <cstdlib>

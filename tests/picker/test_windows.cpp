@@ -2,9 +2,7 @@
 
 namespace picker_testing {
 
-namespace {
-
-void PaintQuadrants(HWND window, HDC dc) {
+static void PaintQuadrants(HWND window, HDC dc) {
   RECT c;
   GetClientRect(window, &c);
   const LONG x = c.right / 2, y = c.bottom / 2;
@@ -14,8 +12,6 @@ void PaintQuadrants(HWND window, HDC dc) {
     FillRect(dc, &part, static_cast<HBRUSH>(GetStockObject(DC_BRUSH)));
   }
 }
-
-}  // namespace
 
 LRESULT CALLBACK TestWindow::Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
@@ -34,17 +30,13 @@ LRESULT CALLBACK TestWindow::Proc(HWND window, UINT message, WPARAM wparam, LPAR
   return DefWindowProcW(window, message, wparam, lparam);
 }
 
-// A class of its own for each window: class icons differ from one to the next.
 TestWindow::TestWindow(const WindowOptions& o) : options(o) {
   static int classes = 0;
   const std::wstring name = L"roomcore_picker_test_" + std::to_wstring(classes++);
   WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class);
-  window_class.lpfnWndProc = &Proc;
-  window_class.hInstance = GetModuleHandleW(nullptr);
-  window_class.hIcon = o.class_icon;
-  window_class.hIconSm = o.class_small_icon;
-  window_class.lpszClassName = name.c_str();
+  window_class.cbSize = sizeof(window_class), window_class.lpfnWndProc = &Proc;
+  window_class.hInstance = GetModuleHandleW(nullptr), window_class.lpszClassName = name.c_str();
+  window_class.hIcon = o.class_icon, window_class.hIconSm = o.class_small_icon;
   RegisterClassExW(&window_class);
   hwnd_ = CreateWindowExW(o.ex_style, name.c_str(), o.title.c_str(), o.style, o.x, o.y, o.width, o.height,
                           o.owner, nullptr, GetModuleHandleW(nullptr), nullptr);
@@ -58,6 +50,15 @@ HICON SolidIcon(int size, COLORREF color) {
                                (GetRValue(color) << 16) | (GetGValue(color) << 8) | GetBValue(color));
   std::vector<uint8_t> mask(static_cast<size_t>(size) * size / 8, 0);  // all opaque
   return CreateIcon(nullptr, size, size, 1, 32, mask.data(), reinterpret_cast<const BYTE*>(pixels.data()));
+}
+
+COLORREF PixelAt(const DibImage* image, int width, int height, int x, int y) {
+  const BITMAPINFOHEADER& h = image->bitmap_info()->bmiHeader;
+  if (h.biWidth != width || h.biHeight != -height || h.biBitCount != 32 ||
+      h.biSizeImage != static_cast<DWORD>(width * height * 4))
+    return CLR_INVALID;
+  const uint8_t* p = image->bits_data() + (static_cast<size_t>(y) * width + x) * 4;
+  return RGB(p[2], p[1], p[0]);
 }
 
 }  // namespace picker_testing

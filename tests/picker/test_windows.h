@@ -1,11 +1,12 @@
-// Real windows for the picker's tests and benchmarks: four coloured quadrants
-// on the screen and in PrintWindow's context, class icons, WM_GETICON answers.
+// Real windows for the picker's tests and benchmarks: coloured quadrants, class icons, WM_GETICON answers.
 #pragma once
 
 #include <windows.h>
 
 #include <string>
 #include <vector>
+
+#include "roomcore/picker.h"
 
 namespace picker_testing {
 
@@ -14,35 +15,30 @@ constexpr COLORREF kQuadrantColors[4] = {RGB(200, 30, 40), RGB(20, 180, 60), RGB
                                          RGB(250, 240, 10)};
 
 struct WindowOptions {
-  WindowOptions(std::wstring t = L"roomcore picker test", DWORD s = WS_OVERLAPPEDWINDOW | WS_VISIBLE,
-                int w = 200, int h = 150)
-      : title(std::move(t)), style(s), width(w), height(h) {}
-  std::wstring title;
-  DWORD style, ex_style = 0;
+  std::wstring title = L"roomcore picker test";
+  DWORD style = WS_OVERLAPPEDWINDOW | WS_VISIBLE;
+  int width = 200, height = 150, x = 40, y = 40;
+  DWORD ex_style = 0;
   HWND owner = nullptr;
-  int x = 40, y = 40, width, height;
   HICON class_icon = nullptr, class_small_icon = nullptr;  // null for none
   HICON big_answer = nullptr, small2_answer = nullptr;     // WM_GETICON answers; null answers nothing
 };
-
 // A window of a class of its own, which records the wParam of each WM_GETICON.
-class TestWindow {
- public:
+struct TestWindow {
   explicit TestWindow(const WindowOptions& options);
   ~TestWindow() { DestroyWindow(hwnd_); }
-  TestWindow(const TestWindow&) = delete;
-  TestWindow& operator=(const TestWindow&) = delete;
+  TestWindow(const TestWindow&) = delete;  // and no assignment: `options` is const
   HWND hwnd() const { return hwnd_; }
-
+  static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   const WindowOptions options;
   std::vector<WPARAM> icon_requests;
-
- private:
-  static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   HWND hwnd_ = nullptr;
 };
 
 // A square icon of one colour, opaque; the caller destroys it.
 HICON SolidIcon(int size, COLORREF color);
+
+// The colour at (x, y) of a top-down 32-bit image (icons at the display's depth); else CLR_INVALID.
+COLORREF PixelAt(const DibImage* image, int width, int height, int x, int y);
 
 }  // namespace picker_testing
