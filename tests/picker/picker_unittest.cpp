@@ -244,6 +244,7 @@ TEST_F(ThumbnailManager, OneWorkerServesTheWholeLifeReleaseAlwaysFreesItAndNoLos
   WaitForSingleObject(released_.get(), 200);
   SetEvent(gate.get());
   host.join();
+  EXPECT_EQ(lost_, std::vector<HWND>{kWide});  // the pass under way reported, before Release returned
   ThumbnailRenderMgr::Release(nullptr);
 }
 
