@@ -23,9 +23,6 @@ class LogCapture {
   // Messages (of `module` only, unless it is empty), in order.
   std::vector<std::wstring> Messages(const std::wstring& module = L"") const;
   int Count(const std::wstring& message, const std::wstring& module = L"") const;
-  bool Contains(const std::wstring& message, const std::wstring& module = L"") const {
-    return Count(message, module) > 0;
-  }
   // Waits until `message` has been logged at least `times` times.
   bool WaitFor(const std::wstring& message, int times = 1, DWORD timeout_ms = 5000) const;
   void Clear();
