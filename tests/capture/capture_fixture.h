@@ -1,5 +1,4 @@
-// Real windows of known content, a host recording what a capture reports and
-// logs, either capture behind one face, and the folder's one fixture.
+// Real windows of known content, a recording host, either capture behind one face, the one fixture.
 #pragma once
 
 #include <windows.h>
@@ -29,10 +28,7 @@ inline int Luma(COLORREF c) {  // BT.601 limited range, as libswscale converts b
   return static_cast<int>(16.5 +
                           (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
 }
-// A window pumping messages on a thread of its own. It shows quadrants (red,
-// green / blue, white), a yellow edge and a magenta frame exactly where the
-// window capture's trim ends (column 8, line 7, and the last the even trim
-// keeps); or one colour, painted by the time Fill returns.
+// A window on its own thread: quadrants, a yellow edge, magenta where the window trim ends; or Fill's.
 class TestWindow {
  public:
   TestWindow(int x, int y, int width, int height, bool topmost = false) {
@@ -103,10 +99,8 @@ struct Frame {
   int64_t timestamp;
   int Y(int x, int y) const { return bytes.at(static_cast<size_t>(y) * width + x); }
   bool Black() const {  // Y 1, U and V 128
-    const size_t luma = static_cast<size_t>(width) * height;
-    for (size_t i = 0; i < bytes.size(); ++i)
-      if (bytes[i] != (i < luma ? 1 : 128)) return false;
-    return bytes.size() == size && size > luma;
+    std::vector<uint8_t> black(size, 128);
+    return std::fill_n(black.begin(), static_cast<size_t>(width) * height, 1), bytes == black;
   }
 };
 #define EXPECT_LUMA(frame, x, y, colour) \
@@ -196,7 +190,6 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
   Record record_;
 };
 enum Kind { kDisplay, kWindow };
-inline std::string Name(Kind kind) { return kind == kDisplay ? "display" : "window"; }
 // Either capture as the host sees it.
 struct Capture {
   explicit Capture(Kind k, bool create = true) : kind(k) {
@@ -227,16 +220,17 @@ struct Capture {
   DisplayCapture* display = nullptr;
   WindowCapture* window = nullptr;
 };
-// Open makes a capture wired to the host (and the window), released at the end.
+// Wire ties a capture to the host (and the window); Open wires a new one, released at the end.
 class CaptureTest : public ::testing::Test {
  protected:
   Capture& Open(Kind kind, int width = 160, int height = 90) {
-    if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
     captures_.emplace_back(new Capture(kind));
-    Capture& capture = *captures_.back();
-    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_); });
-    capture.Do([&](auto* c) { c->SetOutputSize(width, height); });
-    if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
+    return Wire(*captures_.back(), width, height);
+  }
+  Capture& Wire(Capture& capture, int width = 160, int height = 90) {
+    if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
+    capture.Do([&](auto* c) { c->SetCaptureEvent(&host_), c->SetOutputSize(width, height); });
+    if (capture.kind == kWindow) capture.window->SelectWindow(window_->hwnd());
     return capture;
   }
   void TearDown() override {
