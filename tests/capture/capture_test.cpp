@@ -123,6 +123,25 @@ TEST_F(CaptureTest, PacingFollowsTheRateOfTheRun) {
   std::sort(fast.begin(), fast.end());
   EXPECT_LT(fast[fast.size() / 2], 100000);  // 40 ms now
 }
+// Stop inside the capture's own event waits its 10 seconds for itself; Release waits for the thread.
+TEST_F(CaptureTest, StopInsideAnEventWaitsItsFullTimeAndReleaseWaitsForTheThread) {
+  Capture& capture = Open(kDisplay);
+  HANDLE stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr),
+         go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  std::atomic<int64_t> took{-1};
+  host_.on_frame = [&](size_t number) {
+    const int64_t before = TimeMicroseconds();
+    if (number == 0) capture.Stop(), took = TimeMicroseconds() - before, SetEvent(stopped);
+    if (number == 0) WaitForSingleObject(go, 20000);
+  };
+  ASSERT_TRUE(capture.Start());
+  ASSERT_EQ(WaitForSingleObject(stopped, 20000), WAIT_OBJECT_0);
+  EXPECT_TRUE(took >= 9900000 && took < 15000000 && !capture.display->IsCapturing()) << took.load();
+  std::thread later([&] { Sleep(300), SetEvent(go); });  // lets the event return while Release waits
+  capture.Release();
+  EXPECT_TRUE(host_.Now().Count(2) == 1 && host_.Now().frames.size() == 1);
+  later.join(), CloseHandle(go), CloseHandle(stopped);
+}
 // Resizes, black frames when minimised or hidden, selection restores and raises; no window: 0 every 50 ms.
 TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
   WindowCapture* capture = Open(kWindow, 640, 360).window;
