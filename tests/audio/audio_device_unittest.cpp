@@ -1,5 +1,5 @@
-// Endpoint lists, lookup by name, defaults, the exported listener, and the
-// microphone level: its formula, its pacing, and a host's level handler.
+// Endpoint lists, names and defaults, the exported listener, and the microphone level (its formula, pacing
+// and handler), against scripted Core Audio and on the real endpoints: a null sink and its monitor.
 #include <climits>
 #include <thread>
 
@@ -42,10 +42,7 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
             L"mic2,,,mic5,spk1,");
   audio.Locked([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
   EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
-  Journal();
-  EXPECT_EQ(by_default(true), L"mic1=Microphone; ");
-  EXPECT_EQ(by_default(false), L"spk1=Speakers! ");
-  EXPECT_EQ(Journal(), L"CreateEnumerator; GetDefault(1,2); CreateEnumerator; GetDefault(0,0); ");
+  EXPECT_EQ(by_default(true) + by_default(false), L"mic1=Microphone; spk1=Speakers! ");
   audio.Locked([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
   EXPECT_EQ(by_default(true), L"none ");
   audio.Fail({{L"CreateEnumerator", E_FAIL}});
@@ -60,11 +57,9 @@ struct Changes : AudioDeviceListenerEvent {
 TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);  // the listener's enumerator lives in the host's apartment
   audio.Fail({{L"CreateEnumerator", E_FAIL}});
-  IAudioDeviceListener* listener = IAudioDeviceListener::Create();
-  EXPECT_FALSE(audio.client);  // without an enumerator it hears nothing
-  IAudioDeviceListener::Release(listener);
+  IAudioDeviceListener::Release(IAudioDeviceListener::Create());  // without an enumerator it hears nothing
   audio.Fail();
-  listener = IAudioDeviceListener::Create();
+  IAudioDeviceListener* listener = IAudioDeviceListener::Create();
   IMMNotificationClient* client = audio.client;
   ASSERT_TRUE(client);
   Changes changes;
@@ -76,8 +71,7 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
                      client->OnPropertyValueChanged(L"f", key)})
     EXPECT_EQ(hr, S_OK);
   void* object = nullptr;
-  for (int i = 0; i < 3; ++i)
-    EXPECT_TRUE(client->AddRef() == 1 && client->Release() == 1 && client->Release() == 1);
+  EXPECT_TRUE(client->AddRef() == 1 && client->Release() == 1 && client->Release() == 1);
   EXPECT_TRUE(client->QueryInterface(IID_IUnknown, &object) == S_OK && object == client);
   EXPECT_TRUE(client->QueryInterface(__uuidof(IMMNotificationClient), &object) == S_OK && object == client);
   EXPECT_TRUE(client->QueryInterface(__uuidof(IMMDevice), &object) == E_NOINTERFACE && !object);
@@ -89,19 +83,11 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   CoUninitialize();
 }
 
-TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {
-  const struct {
-    std::vector<int16_t> samples;
-    int level;
-  } cases[] = {{std::vector<int16_t>(441, 32767), 67},
-               {std::vector<int16_t>(441, -32768), 67},
-               {{1, -1, 1, -1}, 4},  // about 2.0 on the 65536 scale
-               {{1, 0, 0, 0}, -4},   // a mean of 0.5, truncated toward zero
-               {{1, 0, -1, 0}, 0},
-               {{1000, -1000}, 46},
-               {std::vector<int16_t>(441, 0), INT_MIN}};
-  for (const auto& c : cases)
-    EXPECT_EQ(AudioDeviceTest::Level(c.samples.data(), int(c.samples.size())), c.level);
+TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {  // more levels: the pacing test's
+  const int16_t low[] = {-32768, -32768}, quarter[] = {1, 0, 0, 0}, zeros[] = {0, 0};
+  EXPECT_EQ(AudioDeviceTest::Level(low, 2), 67);      // full scale either way: 14 * log10(65536)
+  EXPECT_EQ(AudioDeviceTest::Level(quarter, 4), -4);  // a mean of 0.5, truncated toward zero
+  EXPECT_EQ(AudioDeviceTest::Level(zeros, 2), INT_MIN);
 }
 
 std::atomic<DWORD> g_tick{0};
@@ -135,8 +121,7 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   quiet.OnCaptureStopped();
 }
 
-// Each test measures full-scale packets through the capture (-1 below: a
-// level of at least 60), then its level handler stops, restarts or ends it,
+// Full-scale packets (-1 below: a level of at least 60), then the handler stops, restarts or ends the test,
 // or the host restarts it on an endpoint that can't open.
 TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
   const std::vector<int> want[] = {{-1, 0}, {-1, -1, 0}, {-1}, {-1, 0}};
@@ -177,8 +162,7 @@ TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
   }
 }
 
-// The engine starts tests from host threads and restarts them from the SDK's
-// thread at a room's end; no capture may be lost or doubled.
+// Host threads and the SDK's thread at a room's end start tests at once: no capture may be lost or doubled.
 TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
   {
     AudioDeviceTest test(nullptr);
@@ -189,10 +173,40 @@ TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
       }
     };
     std::thread a(churn), b(churn);
-    a.join();
-    b.join();
+    a.join(), b.join();
   }
   EXPECT_EQ(audio.Count(L"client1 Start"), audio.Count(L"client1 Stop"));
+}
+
+TEST(RealEndpoints, EnumeratorListsFindsAndNamesTheDefaults) {
+  AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
+  for (bool is_input : {true, false}) {
+    AudioDeviceInfo d;
+    ASSERT_TRUE(enumerator->GetDefaultDevice(is_input, d))
+        << "is the sound server running (scripts/test-env.sh)?";
+    EXPECT_EQ(enumerator->FindDeviceId(is_input, d.name), d.id);  // listed by the same name
+    EXPECT_NE(enumerator->FindDeviceId(is_input, is_input ? L"Monitor of Null Output" : L"Null Output"), L"");
+  }
+}
+
+TEST(RealEndpoints, LevelOfFullScaleTonesAndOfSilence) {
+  using Shape = audio_testing::TonePlayer::Shape;
+  const struct {
+    double frequency;  // 0: nothing plays, exact zeros
+    Shape shape;
+    int level;  // a sine's mean magnitude is 2/pi of its peak: 14 * log10(65536 * 0.6366)
+  } cases[] = {{50, Shape::kSquare, 67}, {1000, Shape::kSine, 64}, {0, Shape::kSine, INT_MIN}};
+  for (const auto& c : cases) {
+    audio_testing::TonePlayer tone;
+    ASSERT_TRUE(!c.frequency || tone.Start(L"Null Output", c.frequency, 1.0, c.shape));
+    Levels levels;  // the third 600 ms report: the first may hold the stream's start
+    AudioDeviceTest test(&levels);
+    test.Start(L"Monitor of Null Output");
+    EXPECT_TRUE(levels.Wait([&] { return levels.levels.size() >= 3; }, 10000));
+    test.Stop();
+    EXPECT_EQ(levels.levels.back(), 0) << "the stop reports 0";
+    EXPECT_EQ(levels.levels.at(2), c.level);
+  }
 }
 
 }  // namespace

@@ -15,16 +15,16 @@ namespace {
 
 FakeAudio* g = nullptr;
 
-void Live(int delta) {
-  g->Locked([&] { g->live += delta; });
-}
-
 // Born with the reference it is handed out with.
 template <typename... Interfaces>
 class Counted : public Interfaces... {
  public:
-  Counted() { Live(1); }
-  virtual ~Counted() { Live(-1); }
+  Counted() {
+    g->Locked([] { ++g->live; });
+  }
+  virtual ~Counted() {
+    g->Locked([] { --g->live; });
+  }
   NOT_USED(QueryInterface(REFIID, void**))
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
   ULONG STDMETHODCALLTYPE Release() override {
@@ -53,8 +53,7 @@ Endpoint Get(const std::wstring& id) {
 
 std::wstring N(UINT64 n) { return std::to_wstring(n); }
 
-// One stream client ("client1", "client2" in the order of activation) with
-// its capture and render services.
+// One stream client ("client1", "client2" in the order of activation) with its capture and render services.
 class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderClient> {
  public:
   Stream(const Endpoint& endpoint, const std::wstring& name) : e_(endpoint), name_(name + L" ") {}
@@ -129,8 +128,7 @@ class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderCli
   std::string written_;
 };
 
-// The enumerator (no id), a list of endpoints, or one endpoint with its
-// properties.
+// The enumerator (no id), a list of endpoints, or one endpoint with its properties.
 class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice, IPropertyStore> {
  public:
   explicit Node(const std::wstring& id = L"", std::vector<std::wstring> ids = {}) : id_(id), ids_(ids) {}
@@ -243,10 +241,10 @@ HRESULT FakeAudio::Call(const std::wstring& call, bool quiet) {
   return hr == kPause ? S_OK : hr;
 }
 
-std::vector<float> Sine(int frames, int channels, double amplitude) {
+std::vector<float> Sine(int frames) {
   std::vector<float> samples;
-  for (int i = 0; i < frames * channels; ++i)
-    samples.push_back(static_cast<float>(amplitude * std::sin(2 * 3.141592653589793 * (i / channels) / 48)));
+  for (int i = 0; i < frames * 2; ++i)
+    samples.push_back(float(0.5 * std::sin(3.141592653589793 * (i / 2) / 24)));
   return samples;
 }
 

@@ -1,6 +1,5 @@
-// Scripted Core Audio for the unit tests, handed to the library through its
-// enumerator factory. Calls are journalled by name, such as "GetDevice(mic1)"
-// or "client1 Initialize(0,0x40000,...)"; `fail` decides their results.
+// Scripted Core Audio behind the library's enumerator factory: calls are journalled by name
+// ("GetDevice(mic1)", "client1 Initialize(0,0x40000,...)") and `fail` decides their results.
 #pragma once
 
 #include <windows.h>
@@ -43,6 +42,9 @@ class FakeAudio : public audio_testing::Monitor {
   int Count(const std::wstring& prefix);  // journalled calls that begin so
   bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000);
   HRESULT Call(const std::wstring& call, bool quiet = false);  // journals `call` unless quiet
+  bool Released() {
+    return Wait([this] { return live == 0; });
+  }
 
   std::vector<Endpoint> endpoints = {
       {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
@@ -55,13 +57,11 @@ class FakeAudio : public audio_testing::Monitor {
   int live = 0, pauses = 0;  // references held on the fakes; paused calls
 };
 
-// Interleaved frames of a 1 kHz sine at 48 kHz.
-std::vector<float> Sine(int frames = 480, int channels = 2, double amplitude = 0.5);
+std::vector<float> Sine(int frames = 480);  // stereo, 1 kHz at 48 kHz, half scale
 
 }  // namespace fake_audio
 
-// The one fixture of the unit tests: two microphones and a speaker, the
-// defaults mic1 and spk1, and a capture that retries after 20 ms.
+// The folder's one fixture: mic1 (default), mic2 and spk1 (default), and a capture that retries after 20 ms.
 class AudioTest : public ::testing::Test {
  protected:
   AudioTest() {
@@ -70,8 +70,7 @@ class AudioTest : public ::testing::Test {
   }
   ~AudioTest() override {
     AudioCapture::Release(capture);
-    EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }))
-        << "a Core Audio reference outlived its owner";
+    EXPECT_TRUE(audio.Released()) << "a Core Audio reference outlived its owner";
   }
   // Starts, and waits for the `opens`-th stream to run.
   void Run(bool is_input, const std::wstring& id, int opens = 1) {
