@@ -17,20 +17,19 @@ namespace {
 using fake_audio::Sine;
 
 // The multimedia registration, journalled: "here" on the test's own thread.
-fake_audio::FakeAudio* g_audio = nullptr;
 const DWORD g_main_thread = GetCurrentThreadId();
 thread_local HANDLE t_task = nullptr;
 HANDLE WINAPI MmSet(LPCWSTR task, LPDWORD) {
-  g_audio->Call(L"MmSet(" + std::wstring(task) + (GetCurrentThreadId() == g_main_thread ? L") here" : L")"));
+  fake_audio::g->Call(L"MmSet(" + std::wstring(task) +
+                      (GetCurrentThreadId() == g_main_thread ? L") here" : L")"));
   return t_task = reinterpret_cast<HANDLE>(0x5A);
 }
 BOOL WINAPI MmRevert(HANDLE task) {
-  return g_audio->Call(task == t_task ? L"MmRevert" : L"MmRevert(?)"), TRUE;
+  return fake_audio::g->Call(task == t_task ? L"MmRevert" : L"MmRevert(?)"), TRUE;
 }
 
 TEST_F(AudioTest, OpensEachKindOfStreamInOrderAsAnAudioProTask) {
   static const audio::MmThreadFunctions kMm = {&MmSet, &MmRevert};
-  g_audio = &audio;
   audio::SetMmThreadFunctionsForTesting(&kMm);
   const std::wstring open = L"MmSet(Audio Pro); CreateEnumerator; GetDevice(",
                      stream =
@@ -51,7 +50,7 @@ TEST_F(AudioTest, OpensEachKindOfStreamInOrderAsAnAudioProTask) {
   for (int run = 0; run < 3; ++run) {
     const bool is_input = run != 1;
     Run(is_input, is_input ? L"mic1" : L"spk1");
-    audio.Queue(Sine(), is_input);  // loopback wakes every 10 ms: no signal needed
+    Queue(Sine(), is_input);  // loopback wakes every 10 ms: no signal needed
     EXPECT_TRUE(recorder.WaitBlocks(run + 1));
     EXPECT_TRUE(run == 2 ||
                 (capture->Stop() && !capture->IsRunning() && !capture->IsActive() && capture->Stop()));
@@ -81,9 +80,9 @@ TEST_F(AudioTest, ConvertsEachPacketToTheAskedFormatAndTimesItsFirstSample) {
     capture->SetOutputFormat(c.rate, c.channels, c.bits);
     Journal();
     Run(true, L"mic1");
-    if (c.rate != 48000) audio.Queue(Sine(1));  // kept in the resampler's filter: released, no block
-    audio.Queue(Sine(c.frames));
-    ASSERT_TRUE(audio.WaitFor(L"ReleaseBuffer(" + std::to_wstring(c.frames) + L")", 1));
+    if (c.rate != 48000) Queue(Sine(1));  // kept in the resampler's filter: released, no block
+    Queue(Sine(c.frames));
+    ASSERT_TRUE(WaitFor(L"ReleaseBuffer(" + std::to_wstring(c.frames) + L")", 1));
     capture->Stop();
     ASSERT_EQ(recorder.blocks.size(), 1u);
     const audio_testing::Block& b = recorder.blocks[0];
@@ -126,32 +125,30 @@ TEST_F(AudioTest, StreamErrorsEndTheStreamOnceAndTheSameDeviceComesBack) {
       capture = new AudioCaptureImpl();
       capture->SetCaptureEvent(&recorder, nullptr);
     }
-    audio.Locked([&] { audio.defaults[1] = L"mic1"; });
+    Locked([&] { defaults[1] = L"mic1"; });
     Journal();
     Run(c.is_input, L"");
-    audio.Locked([&] { audio.defaults[1] = L"mic2", audio.Find(id)->state = c.state; });
+    Locked([&] { defaults[1] = L"mic2", Find(id)->state = c.state; });
     // Gone until brought back: the retries fail meanwhile.
-    audio.Fail({{c.call, c.hr}, {c.is_input ? L"GetDevice" : L"-", E_FAIL}});
+    Fail({{c.call, c.hr}, {c.is_input ? L"GetDevice" : L"-", E_FAIL}});
     const DWORD lost = GetTickCount();
     const size_t stops = recorder.stop_ticks.size();
-    audio.Queue(Sine(), c.is_input);
+    Queue(Sine(), c.is_input);
     if (c.state == DEVICE_STATE_ACTIVE && c.hr == AUDCLNT_E_DEVICE_INVALIDATED) break;
     ASSERT_TRUE(recorder.WaitStopped(stops + 1));
     EXPECT_TRUE(recorder.stop_ticks.back() - lost < 500 && capture->IsRunning() && !capture->IsActive());
-    ASSERT_TRUE(!c.is_input || audio.WaitFor(L"GetDevice", 2));  // a failed retry
-    audio.Locked(
-        [&] { audio.Find(id)->state = DEVICE_STATE_ACTIVE, audio.packets.clear(), audio.fail.clear(); });
-    ASSERT_TRUE(audio.WaitFor(L"client1 Start", 2, 10000));
+    ASSERT_TRUE(!c.is_input || WaitFor(L"GetDevice", 2));  // a failed retry
+    Locked([&] { Find(id)->state = DEVICE_STATE_ACTIVE, packets.clear(), fail.clear(); });
+    ASSERT_TRUE(WaitFor(L"client1 Start", 2, 10000));
     const DWORD back = GetTickCount() - recorder.stop_ticks.back();
     EXPECT_TRUE(c.is_input || (back >= 2900 && back < 4500)) << back;
-    EXPECT_TRUE(audio.Count(L"client1 Stop") == 1 && audio.Count(L"GetDefault") == 1 &&
-                audio.Count(L"GetDevice(") == audio.Count(L"GetDevice(" + id + L")") &&
-                capture->device_id() == id);
+    EXPECT_TRUE(Count(L"client1 Stop") == 1 && Count(L"GetDefault") == 1 &&
+                Count(L"GetDevice(") == Count(L"GetDevice(" + id + L")") && capture->device_id() == id);
     capture->Stop();
   }
-  ASSERT_TRUE(audio.WaitFor(L"GetState"));
-  audio.Fail();
-  audio.Queue();
+  ASSERT_TRUE(WaitFor(L"GetState"));
+  Fail();
+  Queue();
   EXPECT_TRUE(recorder.WaitBlocks(1) && capture->IsActive());
   EXPECT_EQ(recorder.stop_ticks.size(), 8u);
 }
@@ -174,16 +171,16 @@ TEST_F(AudioTest, EachFailedOpenStepIsRetriedWithoutEvents) {
   for (size_t i = 0; i < n + m; ++i) {
     SCOPED_TRACE(i);
     const bool is_input = i < 8 || i >= n;
-    if (i < n) audio.Fail({{steps[i], i == 3 ? fake_audio::kThrow : E_FAIL}});
-    if (i >= n) audio.Add(mixes[i - n]);
+    if (i < n) Fail({{steps[i], i == 3 ? fake_audio::kThrow : E_FAIL}});
+    if (i >= n) Add(mixes[i - n]);
     Journal();
     ASSERT_TRUE(capture->StartDevice(is_input, is_input ? L"mic1" : L"spk1"));
-    ASSERT_TRUE(audio.WaitFor(L"CreateEnumerator", 3));  // three whole tries
+    ASSERT_TRUE(WaitFor(L"CreateEnumerator", 3));  // three whole tries
     EXPECT_TRUE(capture->IsRunning() && !capture->IsActive() && recorder.stop_ticks.empty());
-    EXPECT_EQ(audio.Count(L"client1 Start") + audio.Count(L"client1 Stop"), 0);
-    audio.Fail();
-    audio.Add({L"mic1", L"Microphone"});
-    ASSERT_TRUE(audio.WaitFor(L"client1 Start"));
+    EXPECT_EQ(Count(L"client1 Start") + Count(L"client1 Stop"), 0);
+    Fail();
+    Add({L"mic1", L"Microphone"});
+    ASSERT_TRUE(WaitFor(L"client1 Start"));
     capture->Stop();
     ASSERT_EQ(recorder.stop_ticks.size(), 1u);
     recorder.stop_ticks.clear();
@@ -191,7 +188,7 @@ TEST_F(AudioTest, EachFailedOpenStepIsRetriedWithoutEvents) {
 }
 
 TEST_F(AudioTest, FindsItsEndpointByNameOrTheDefaultOnThreadsWithoutCom) {
-  audio.Locked([&] { audio.defaults[1] = L"mic2"; });
+  Locked([&] { defaults[1] = L"mic2"; });
   const std::wstring list = L"CreateEnumerator; ", by_default = list + L"CreateEnumerator; GetDefault(";
   const struct {
     bool is_input;
@@ -205,7 +202,7 @@ TEST_F(AudioTest, FindsItsEndpointByNameOrTheDefaultOnThreadsWithoutCom) {
     APTTYPE type;
     APTTYPEQUALIFIER qualifier;
     for (const auto& c : cases) {
-      if (c.calls.back() == L' ') audio.Locked([&] { audio.defaults[1] = L""; });
+      if (c.calls.back() == L' ') Locked([&] { defaults[1] = L""; });
       EXPECT_EQ(capture->StartDeviceByName(c.is_input, c.name), c.calls.back() == L')');
       EXPECT_EQ(CoGetApartmentType(&type, &qualifier), CO_E_NOTINITIALIZED)
           << "the call's COM must be its own";
@@ -232,18 +229,18 @@ TEST_F(AudioTest, OneThreadAtATimeAndAnotherEndpointReplacesIt) {
   EXPECT_EQ(g_launches, 1);
   EXPECT_TRUE(capture->StartDevice(true, L"mic2"));  // the stream ends before this returns
   EXPECT_EQ(recorder.stop_ticks.size(), 1u);
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic2)"));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic2)"));
   capture->Stop();
   // A thread waiting to retry is left alone for its endpoint and turned at once to another, by no second
   // thread.
   capture->SetRetryIntervalForTesting(600000);
-  audio.Fail({{L"GetDevice(mic1)", E_FAIL}});
+  Fail({{L"GetDevice(mic1)", E_FAIL}});
   ASSERT_TRUE(capture->StartDevice(true, L"mic1"));
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)", 2));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic1)", 2));
   EXPECT_TRUE(capture->StartDevice(true, L"mic1"));
-  audio.Fail();
+  Fail();
   ASSERT_TRUE(capture->StartDevice(true, L"mic2"));
-  ASSERT_TRUE(audio.WaitFor(L"client1 Start", 3));
+  ASSERT_TRUE(WaitFor(L"client1 Start", 3));
   EXPECT_EQ(g_launches, 3);
   capture->Stop();
   g_refuse = true;  // a refused thread leaves the engine idle
@@ -256,13 +253,13 @@ TEST_F(AudioTest, OneThreadAtATimeAndAnotherEndpointReplacesIt) {
   // start.
   capture->Stop();
   Journal();
-  audio.Fail({{L"GetDefault(1,2)", fake_audio::kPause}});
+  Fail({{L"GetDefault(1,2)", fake_audio::kPause}});
   ASSERT_TRUE(capture->StartDevice(true, L""));
-  ASSERT_TRUE(audio.Wait([this] { return audio.pauses == 1; }));
+  ASSERT_TRUE(Wait([this] { return pauses == 1; }));
   ASSERT_TRUE(capture->StartDevice(true, L"mic2"));
-  audio.Fail();
-  ASSERT_TRUE(audio.WaitFor(L"client1 Start"));
-  EXPECT_TRUE(capture->device_id() == L"mic2" && audio.Count(L"GetDevice(mic1)") == 0);
+  Fail();
+  ASSERT_TRUE(WaitFor(L"client1 Start"));
+  EXPECT_TRUE(capture->device_id() == L"mic2" && Count(L"GetDevice(mic1)") == 0);
 }
 
 // A host's handler may restart the capture that calls it (a stop or release from it: the level handler's
@@ -272,8 +269,8 @@ TEST_F(AudioTest, ItsOwnEventMayRestartIt) {
   base::SetThreadStarterForTesting(&CountLaunch);
   recorder.action = [this] { capture->StartDevice(true, L"mic2"); };
   Run(true, L"mic1");
-  audio.Queue(Sine());
-  ASSERT_TRUE(audio.WaitFor(L"client1 Start", 2)) << "the call waited for its own thread";
+  Queue(Sine());
+  ASSERT_TRUE(WaitFor(L"client1 Start", 2)) << "the call waited for its own thread";
   base::SetThreadStarterForTesting(nullptr);
   EXPECT_TRUE(Journal().find(L"client1 Stop; CreateEnumerator; GetDevice(mic2); ") != std::wstring::npos);
   EXPECT_TRUE(capture->device_id() == L"mic2" && capture->IsRunning() && g_launches == 1);

@@ -18,7 +18,7 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
        {fake_audio::Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED},
         {L"mic4", L"Headset"},
         {L"mic5", L""}})
-    audio.Add(e);
+    Add(e);
   AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
   std::vector<AudioDeviceInfo> devices(3);  // cleared first
   auto text = [](const AudioDeviceInfo& d) { return d.id + L"=" + d.name + (d.is_input ? L"; " : L"! "); };
@@ -40,12 +40,12 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
   EXPECT_EQ(find(true, L"Headset") + find(true, L"headset") + find(false, L"Headset") + find(true, L"") +
                 find(false, L"Speakers"),
             L"mic2,,,mic5,spk1,");
-  audio.Locked([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
+  Locked([&] { Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
   EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
   EXPECT_EQ(by_default(true) + by_default(false), L"mic1=Microphone; spk1=Speakers! ");
-  audio.Locked([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
+  Locked([&] { defaults[1] = L""; });  // no default, then no enumerator at all
   EXPECT_EQ(by_default(true), L"none ");
-  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  Fail({{L"CreateEnumerator", E_FAIL}});
   EXPECT_EQ(list(true) + by_default(false), L"none ");
 }
 
@@ -56,11 +56,10 @@ struct Changes : AudioDeviceListenerEvent {
 
 TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);  // the listener's enumerator lives in the host's apartment
-  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  Fail({{L"CreateEnumerator", E_FAIL}});
   IAudioDeviceListener::Release(IAudioDeviceListener::Create());  // without an enumerator it hears nothing
-  audio.Fail();
+  Fail();
   IAudioDeviceListener* listener = IAudioDeviceListener::Create();
-  IMMNotificationClient* client = audio.client;
   ASSERT_TRUE(client);
   Changes changes;
   client->OnDeviceStateChanged(L"a", DEVICE_STATE_UNPLUGGED);  // no event yet: swallowed
@@ -78,7 +77,7 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   client->OnDeviceStateChanged(L"g", DEVICE_STATE_ACTIVE);  // still alive
   EXPECT_EQ(changes.ids, L"bg");
   IAudioDeviceListener::Release(listener);
-  EXPECT_TRUE(audio.Count(L"Unregister") == 1 && !audio.client);
+  EXPECT_TRUE(Count(L"Unregister") == 1 && !client);
   IAudioDeviceListener::Release(nullptr);
   CoUninitialize();
 }
@@ -104,7 +103,7 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
     test.OnAudioData(nullptr, samples.data(), 200, 16, 44100, 1, 0);
   };
   test.Start(L"Headset");
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic2)"));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic2)"));
   block(32767);
   g_tick += 599;
   block(1);  // dropped unmeasured
@@ -112,7 +111,7 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   block(1000);
   EXPECT_TRUE(test.Stop() && test.Stop());  // the stream's stop reports 0, once
   test.Start(L"No such name");              // the default input
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)"));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic1)"));
   block(-1);  // at once, whatever the time
   base::SetClockPlatformForTesting(nullptr);
   EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 46, 0, 4}));
@@ -137,25 +136,25 @@ TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
       SetEvent(acted);
     };
     test->Start(L"Microphone");
-    ASSERT_TRUE(audio.WaitFor(L"client1 Start"));
-    audio.Queue(std::vector<float>(960, 1.0f));
+    ASSERT_TRUE(WaitFor(L"client1 Start"));
+    Queue(std::vector<float>(960, 1.0f));
     ASSERT_EQ(WaitForSingleObject(acted, 5000), WAIT_OBJECT_0) << "the handler's call hung";
     CloseHandle(acted);
     if (action == 1) {  // a fresh capture, whose first block counts
-      ASSERT_TRUE(audio.WaitFor(L"client1 Start", 2));
-      audio.Queue(std::vector<float>(960, 1.0f));
+      ASSERT_TRUE(WaitFor(L"client1 Start", 2));
+      Queue(std::vector<float>(960, 1.0f));
       ASSERT_TRUE(levels.Wait([&] { return levels.levels.size() == 2; }));
       // The host's stop meets a stop from the handler: neither may wait for the other.
       levels.action = [&] { test->Stop(); };
       EXPECT_TRUE(test->Stop());
     }
     if (action == 3) {  // the old test reports 0; the new can't open
-      audio.Fail({{L"GetDevice(mic1)", E_FAIL}});
+      Fail({{L"GetDevice(mic1)", E_FAIL}});
       test->Start(L"Microphone");
-      ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)", 3));
+      ASSERT_TRUE(WaitFor(L"GetDevice(mic1)", 3));
     }
     delete test;
-    EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }));
+    EXPECT_TRUE(Wait([this] { return live == 0; }));
     std::vector<int> got = levels.Locked([&] { return levels.levels; });
     for (int& level : got) level = level >= 60 ? -1 : level;
     EXPECT_EQ(got, want[action]) << action;
@@ -175,7 +174,7 @@ TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
     std::thread a(churn), b(churn);
     a.join(), b.join();
   }
-  EXPECT_EQ(audio.Count(L"client1 Start"), audio.Count(L"client1 Stop"));
+  EXPECT_EQ(Count(L"client1 Start"), Count(L"client1 Stop"));
 }
 
 TEST(RealEndpoints, EnumeratorListsFindsAndNamesTheDefaults) {
