@@ -14,10 +14,8 @@ namespace {
 using Levels = audio_testing::Recorder;
 
 TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
-  for (const fake_audio::Endpoint& e :
-       {fake_audio::Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED},
-        {L"mic4", L"Headset"},
-        {L"mic5", L""}})
+  for (const Endpoint& e :
+       {Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED}, {L"mic4", L"Headset"}, {L"mic5", L""}})
     Add(e);
   AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
   std::vector<AudioDeviceInfo> devices(3);  // cleared first
@@ -78,21 +76,13 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   EXPECT_EQ(changes.ids, L"bg");
   IAudioDeviceListener::Release(listener);
   EXPECT_TRUE(Count(L"Unregister") == 1 && !client);
-  IAudioDeviceListener::Release(nullptr);
   CoUninitialize();
-}
-
-TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {  // more levels: the pacing test's
-  const int16_t low[] = {-32768, -32768}, quarter[] = {1, 0, 0, 0}, zeros[] = {0, 0};
-  EXPECT_EQ(AudioDeviceTest::Level(low, 2), 67);      // full scale either way: 14 * log10(65536)
-  EXPECT_EQ(AudioDeviceTest::Level(quarter, 4), -4);  // a mean of 0.5, truncated toward zero
-  EXPECT_EQ(AudioDeviceTest::Level(zeros, 2), INT_MIN);
 }
 
 std::atomic<DWORD> g_tick{0};
 DWORD WINAPI Tick() { return g_tick; }
 
-TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
+TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600Ms) {
   static const base::ClockPlatform kClock = {&Tick, &Sleep};
   g_tick = 100000;
   base::SetClockPlatformForTesting(&kClock);
@@ -115,6 +105,10 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   block(-1);  // at once, whatever the time
   base::SetClockPlatformForTesting(nullptr);
   EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 46, 0, 4}));
+  const int16_t low[] = {-32768, -32768}, quarter[] = {1, 0, 0, 0}, zeros[] = {0, 0};  // the formula's edges
+  EXPECT_EQ(AudioDeviceTest::Level(low, 2), 67);      // full scale either way: 14 * log10(65536)
+  EXPECT_EQ(AudioDeviceTest::Level(quarter, 4), -4);  // a mean of 0.5, truncated toward zero
+  EXPECT_EQ(AudioDeviceTest::Level(zeros, 2), INT_MIN);
   AudioDeviceTest quiet(nullptr);
   quiet.OnAudioData(nullptr, nullptr, 1 << 30, 16, 44100, 1, 0);  // read nothing: the level goes nowhere
   quiet.OnCaptureStopped();

@@ -63,9 +63,6 @@ class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public M
   bool WaitBlocks(size_t n, int ms = 5000) {
     return Wait([&] { return blocks.size() >= n; }, ms);
   }
-  bool WaitStopped(size_t n, int ms = 5000) {
-    return Wait([&] { return stop_ticks.size() >= n; }, ms);
-  }
   std::vector<Block> blocks;
   std::vector<DWORD> stop_ticks;
   std::vector<int> levels;

@@ -22,33 +22,25 @@
   COM __VA_ARGS__ override { return E_NOTIMPL; }
 
 class AudioTest;
-
 namespace fake_audio {
-
-constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF);  // thrown, not returned
-constexpr HRESULT kPause = static_cast<HRESULT>(0xDEADBEE0);  // counted in `pauses`; succeeds once unscripted
-
-struct Endpoint {
-  std::wstring id, name;  // an empty name: the endpoint has none
-  bool is_input = true;
-  DWORD state = DEVICE_STATE_ACTIVE, rate = 48000;
-  WORD channels = 2, bits = 32, tag = WAVE_FORMAT_EXTENSIBLE;
-  bool is_float = true;  // the extensible subformat
-};
-
-inline int Matching(const std::vector<std::wstring>& calls, const std::wstring& prefix) {
-  return static_cast<int>(
-      std::count_if(calls.begin(), calls.end(), [&](auto& c) { return !c.find(prefix); }));
-}
 inline HRESULT CreateEnumerator(IMMDeviceEnumerator** enumerator);
 inline ::AudioTest* g = nullptr;
-
 }  // namespace fake_audio
 
 // The folder's one fixture, and the Core Audio it scripts (its members guarded by mutex_): mic1 (the
 // default), mic2 and spk1 (the default), and a capture that retries after 20 ms.
 class AudioTest : public ::testing::Test, public audio_testing::Monitor {
  public:
+  // Scripted results: thrown, not returned; counted in `pauses` and successful once unscripted.
+  static constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF),
+                           kPause = static_cast<HRESULT>(0xDEADBEE0);
+  struct Endpoint {
+    std::wstring id, name;  // an empty name: the endpoint has none
+    bool is_input = true;
+    DWORD state = DEVICE_STATE_ACTIVE, rate = 48000;
+    WORD channels = 2, bits = 32, tag = WAVE_FORMAT_EXTENSIBLE;
+    bool is_float = true;  // the extensible subformat
+  };
   AudioTest() {
     audio::SetDeviceEnumeratorFactoryForTesting(&fake_audio::CreateEnumerator), fake_audio::g = this;
     capture->SetCaptureEvent(&recorder, &recorder);
@@ -72,10 +64,10 @@ class AudioTest : public ::testing::Test, public audio_testing::Monitor {
     });
     return text;
   }
-  void Add(const fake_audio::Endpoint& e) {  // or replace, in place
+  void Add(const Endpoint& e) {  // or replace, in place
     Locked([&] { Find(e.id) ? void(*Find(e.id) = e) : endpoints.push_back(e); });
   }
-  fake_audio::Endpoint* Find(const std::wstring& id) {
+  Endpoint* Find(const std::wstring& id) {
     auto it = std::find_if(endpoints.begin(), endpoints.end(), [&](auto& e) { return e.id == id; });
     return it == endpoints.end() ? nullptr : &*it;
   }
@@ -90,25 +82,38 @@ class AudioTest : public ::testing::Test, public audio_testing::Monitor {
       if (signal && event) SetEvent(event);
     });
   }
+  int Matching(const std::wstring& prefix) {
+    return int(std::count_if(calls.begin(), calls.end(), [&](auto& c) { return !c.find(prefix); }));
+  }
   int Count(const std::wstring& prefix) {  // journalled calls that begin so
-    return Locked([&] { return fake_audio::Matching(calls, prefix); });
+    return Locked([&] { return Matching(prefix); });
   }
   bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000) {
-    return Wait([&] { return fake_audio::Matching(calls, prefix) >= times; }, timeout_ms);
+    return Wait([&] { return Matching(prefix) >= times; }, timeout_ms);
   }
   HRESULT Call(const std::wstring& call, bool quiet = false) {  // journals `call` unless quiet
     HRESULT hr = S_OK;
     Locked([&] {
       if (!quiet) calls.push_back(call);
       for (const auto& f : fail) hr = call.find(f.first) ? hr : f.second;
-      pauses += hr == fake_audio::kPause;
+      pauses += hr == kPause;
     });
-    if (hr == fake_audio::kThrow) throw std::runtime_error("scripted");
-    if (hr == fake_audio::kPause) Wait([&] { return fail.empty(); });
-    return hr == fake_audio::kPause ? S_OK : hr;
+    if (hr == kThrow) throw std::runtime_error("scripted");
+    if (hr == kPause) Wait([&] { return fail.empty(); });
+    return hr == kPause ? S_OK : hr;
   }
 
-  std::vector<fake_audio::Endpoint> endpoints = {
+  static std::vector<float> Sine(int frames = 480) {  // stereo, 1 kHz at 48 kHz, half scale
+    std::vector<float> samples;
+    for (int i = 0; i < frames * 2; ++i)
+      samples.push_back(float(0.5 * std::sin(3.141592653589793 * (i / 2) / 24)));
+    return samples;
+  }
+  void Live(int delta) {
+    Locked([&] { live += delta; });
+  }
+
+  std::vector<Endpoint> endpoints = {
       {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
   std::wstring defaults[2] = {L"spk1", L"mic1"};  // by is_input
   std::map<std::wstring, HRESULT> fail;
@@ -127,12 +132,8 @@ namespace fake_audio {
 template <typename... Interfaces>
 class Counted : public Interfaces... {
  public:
-  Counted() {
-    g->Locked([] { ++g->live; });
-  }
-  virtual ~Counted() {
-    g->Locked([] { --g->live; });
-  }
+  Counted() { g->Live(1); }
+  virtual ~Counted() { g->Live(-1); }
   NOT_USED(QueryInterface(REFIID, void**))
   ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
   ULONG STDMETHODCALLTYPE Release() override {
@@ -150,8 +151,8 @@ inline LPWSTR CoText(const std::wstring& text) {
   return static_cast<LPWSTR>(memcpy(CoTaskMemAlloc(bytes), text.c_str(), bytes));
 }
 
-inline Endpoint Get(const std::wstring& id) {
-  return g->Locked([&] { return g->Find(id) ? *g->Find(id) : Endpoint(); });
+inline AudioTest::Endpoint Get(const std::wstring& id) {
+  return g->Locked([&] { return g->Find(id) ? *g->Find(id) : AudioTest::Endpoint(); });
 }
 
 inline std::wstring N(UINT64 n) { return std::to_wstring(n); }
@@ -159,7 +160,7 @@ inline std::wstring N(UINT64 n) { return std::to_wstring(n); }
 // One stream client ("client1", "client2" in the order of activation) with its capture and render services.
 class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderClient> {
  public:
-  Stream(const Endpoint& endpoint, const std::wstring& name) : e_(endpoint), name_(name + L" ") {}
+  Stream(const AudioTest::Endpoint& endpoint, const std::wstring& name) : e_(endpoint), name_(name + L" ") {}
   COM Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME duration, REFERENCE_TIME period,
                  const WAVEFORMATEX* format, LPCGUID session) override {
     wchar_t text[128];
@@ -225,7 +226,7 @@ class Stream : public Counted<IAudioClient, IAudioCaptureClient, IAudioRenderCli
 
  private:
   WORD Align() const { return static_cast<WORD>(e_.bits / 8 * e_.channels); }
-  Endpoint e_;
+  AudioTest::Endpoint e_;
   std::wstring name_;
   std::vector<float> held_;
   std::string written_;
@@ -237,7 +238,7 @@ class Node : public Counted<IMMDeviceEnumerator, IMMDeviceCollection, IMMDevice,
   explicit Node(const std::wstring& id = L"", std::vector<std::wstring> ids = {}) : id_(id), ids_(ids) {}
   COM EnumAudioEndpoints(EDataFlow flow, DWORD mask, IMMDeviceCollection** list) override {
     std::vector<std::wstring> ids;
-    for (const Endpoint& e : g->Locked([] { return g->endpoints; }))
+    for (const AudioTest::Endpoint& e : g->Locked([] { return g->endpoints; }))
       if (e.is_input == (flow == eCapture) && (e.state & mask)) ids.push_back(e.id);
     return *list = new Node(L"", ids), S_OK;
   }
@@ -297,13 +298,6 @@ inline HRESULT CreateEnumerator(IMMDeviceEnumerator** enumerator) {
   if (FAILED(CoGetApartmentType(&type, &qualifier))) return CO_E_NOTINITIALIZED;
   if (HRESULT hr = g->Call(L"CreateEnumerator")) return hr;
   return *enumerator = new Node(), S_OK;
-}
-
-inline std::vector<float> Sine(int frames = 480) {  // stereo, 1 kHz at 48 kHz, half scale
-  std::vector<float> samples;
-  for (int i = 0; i < frames * 2; ++i)
-    samples.push_back(float(0.5 * std::sin(3.141592653589793 * (i / 2) / 24)));
-  return samples;
 }
 
 }  // namespace fake_audio
