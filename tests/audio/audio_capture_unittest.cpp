@@ -30,26 +30,20 @@ TEST_F(AudioTest, OpensEachKindOfStreamInOrderAsAnAudioProTask) {
   static const audio::MmThreadFunctions kMm = {&MmSet, &MmRevert};
   audio::SetMmThreadFunctionsForTesting(&kMm);
   const std::wstring open = L"MmSet(Audio Pro); CreateEnumerator; GetDevice(",
+                     client1 = L"); client1 Activate(23); client1 GetMixFormat; client1 Initialize(0,0x",
                      stream =
                          L"client1 GetService(capture); client1 SetEventHandle; client1 Start; "
                          L"ReleaseBuffer(480); client1 Stop; MmRevert; ";
   const std::wstring journals[] = {
-      open +
-          L"spk1); client1 Activate(23); client1 GetMixFormat; client1 Initialize(0,0x60000,50000000,0,2,0); "
-          // Loopback keeps a silent, never started output stream on the endpoint.
-          L"client2 Activate(23); client2 GetMixFormat; client2 Initialize(0,0x0,50000000,0,2,0); "
-          L"client2 GetBufferSize; client2 GetService(render); render GetBuffer(4800); "
-          L"render ReleaseBuffer(4800,0) zeroed; " +
-          stream,
-      open +
-          L"mic1); client1 Activate(23); client1 GetMixFormat; client1 "
-          L"Initialize(0,0x40000,50000000,0,2,0); " +
-          stream};
-  for (int run = 0; run < 2; ++run) {
-    const bool is_input = run != 1;
+      // loopback keeps a silent, never started output stream on the endpoint
+      open + L"spk1" + client1 + L"60000,50000000,0,2,0); client2 Activate(23); client2 GetMixFormat; " +
+          L"client2 Initialize(0,0x0,50000000,0,2,0); client2 GetBufferSize; client2 GetService(render); " +
+          L"render GetBuffer(4800); render ReleaseBuffer(4800,0) zeroed; " + stream,
+      open + L"mic1" + client1 + L"40000,50000000,0,2,0); " + stream};
+  for (bool is_input : {true, false}) {
     Run(is_input, is_input ? L"mic1" : L"spk1");
     Queue(Sine(), is_input);  // loopback wakes every 10 ms: no signal needed
-    EXPECT_TRUE(recorder.WaitBlocks(run + 1));
+    EXPECT_TRUE(recorder.WaitBlocks(is_input ? 1 : 2));
     EXPECT_TRUE(capture->Stop() && !capture->IsRunning() && !capture->IsActive() && capture->Stop());
     EXPECT_EQ(Journal(), journals[is_input]);
   }
