@@ -26,9 +26,7 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
     for (const AudioDeviceInfo& d : devices) listed += text(d);
     return listed;
   };
-  auto find = [&](bool is_input, const wchar_t* name) {
-    return enumerator->FindDeviceId(is_input, name) + L",";
-  };
+  auto find = [&](bool in, const wchar_t* name) { return enumerator->FindDeviceId(in, name) + L","; };
   auto by_default = [&](bool is_input) {
     AudioDeviceInfo d;
     d.is_input = !is_input;
