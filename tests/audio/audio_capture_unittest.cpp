@@ -53,7 +53,7 @@ TEST_F(AudioTest, OpensEachKindOfStreamInOrderAsAnAudioProTask) {
 
 DWORD WINAPI FrozenTick() { return 5000000; }
 
-// The default format is the host test's (audio_capture_test.cpp).
+// The default format is the host test's (audio_test.cpp).
 TEST_F(AudioTest, ConvertsEachPacketToTheAskedFormatAndTimesItsFirstSample) {
   static const base::ClockPlatform kFrozen = {&FrozenTick, &Sleep};
   base::SetClockPlatformForTesting(&kFrozen);
