@@ -1,5 +1,5 @@
-// Endpoint lists, lookup by name, defaults, the exported listener, and the
-// microphone level: its formula, its pacing, and a host's level handler.
+// Endpoint lists, names and defaults, the exported listener, and the microphone level (its formula, pacing
+// and handler), against scripted Core Audio and on the real endpoints: a null sink and its monitor.
 #include <climits>
 #include <thread>
 
@@ -14,11 +14,9 @@ namespace {
 using Levels = audio_testing::Recorder;
 
 TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
-  for (const fake_audio::Endpoint& e :
-       {fake_audio::Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED},
-        {L"mic4", L"Headset"},
-        {L"mic5", L""}})
-    audio.Add(e);
+  for (const Endpoint& e :
+       {Endpoint{L"mic3", L"Headset", true, DEVICE_STATE_UNPLUGGED}, {L"mic4", L"Headset"}, {L"mic5", L""}})
+    Add(e);
   AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
   std::vector<AudioDeviceInfo> devices(3);  // cleared first
   auto text = [](const AudioDeviceInfo& d) { return d.id + L"=" + d.name + (d.is_input ? L"; " : L"! "); };
@@ -28,9 +26,7 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
     for (const AudioDeviceInfo& d : devices) listed += text(d);
     return listed;
   };
-  auto find = [&](bool is_input, const wchar_t* name) {
-    return enumerator->FindDeviceId(is_input, name) + L",";
-  };
+  auto find = [&](bool in, const wchar_t* name) { return enumerator->FindDeviceId(in, name) + L","; };
   auto by_default = [&](bool is_input) {
     AudioDeviceInfo d;
     d.is_input = !is_input;
@@ -40,15 +36,12 @@ TEST_F(AudioTest, EnumeratorListsFindsAndNamesActiveEndpoints) {
   EXPECT_EQ(find(true, L"Headset") + find(true, L"headset") + find(false, L"Headset") + find(true, L"") +
                 find(false, L"Speakers"),
             L"mic2,,,mic5,spk1,");
-  audio.Locked([&] { audio.Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
+  Locked([&] { Find(L"mic2")->state = DEVICE_STATE_DISABLED; });
   EXPECT_EQ(find(true, L"Headset"), L"mic4,");  // listed afresh on each call
-  Journal();
-  EXPECT_EQ(by_default(true), L"mic1=Microphone; ");
-  EXPECT_EQ(by_default(false), L"spk1=Speakers! ");
-  EXPECT_EQ(Journal(), L"CreateEnumerator; GetDefault(1,2); CreateEnumerator; GetDefault(0,0); ");
-  audio.Locked([&] { audio.defaults[1] = L""; });  // no default, then no enumerator at all
+  EXPECT_EQ(by_default(true) + by_default(false), L"mic1=Microphone; spk1=Speakers! ");
+  Locked([&] { defaults[1] = L""; });  // no default, then no enumerator at all
   EXPECT_EQ(by_default(true), L"none ");
-  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  Fail({{L"CreateEnumerator", E_FAIL}});
   EXPECT_EQ(list(true) + by_default(false), L"none ");
 }
 
@@ -59,13 +52,10 @@ struct Changes : AudioDeviceListenerEvent {
 
 TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);  // the listener's enumerator lives in the host's apartment
-  audio.Fail({{L"CreateEnumerator", E_FAIL}});
+  Fail({{L"CreateEnumerator", E_FAIL}});
+  IAudioDeviceListener::Release(IAudioDeviceListener::Create());  // without an enumerator it hears nothing
+  Fail();
   IAudioDeviceListener* listener = IAudioDeviceListener::Create();
-  EXPECT_FALSE(audio.client);  // without an enumerator it hears nothing
-  IAudioDeviceListener::Release(listener);
-  audio.Fail();
-  listener = IAudioDeviceListener::Create();
-  IMMNotificationClient* client = audio.client;
   ASSERT_TRUE(client);
   Changes changes;
   client->OnDeviceStateChanged(L"a", DEVICE_STATE_UNPLUGGED);  // no event yet: swallowed
@@ -76,38 +66,21 @@ TEST_F(AudioTest, ListenerPassesOnStateChangesOnlyAndCountsNoReferences) {
                      client->OnPropertyValueChanged(L"f", key)})
     EXPECT_EQ(hr, S_OK);
   void* object = nullptr;
-  for (int i = 0; i < 3; ++i)
-    EXPECT_TRUE(client->AddRef() == 1 && client->Release() == 1 && client->Release() == 1);
+  EXPECT_TRUE(client->AddRef() == 1 && client->Release() == 1 && client->Release() == 1);
   EXPECT_TRUE(client->QueryInterface(IID_IUnknown, &object) == S_OK && object == client);
   EXPECT_TRUE(client->QueryInterface(__uuidof(IMMNotificationClient), &object) == S_OK && object == client);
   EXPECT_TRUE(client->QueryInterface(__uuidof(IMMDevice), &object) == E_NOINTERFACE && !object);
   client->OnDeviceStateChanged(L"g", DEVICE_STATE_ACTIVE);  // still alive
   EXPECT_EQ(changes.ids, L"bg");
   IAudioDeviceListener::Release(listener);
-  EXPECT_TRUE(audio.Count(L"Unregister") == 1 && !audio.client);
-  IAudioDeviceListener::Release(nullptr);
+  EXPECT_TRUE(Count(L"Unregister") == 1 && !client);
   CoUninitialize();
-}
-
-TEST_F(AudioTest, LevelIsFourteenTimesTheLogOfTheMeanMagnitude) {
-  const struct {
-    std::vector<int16_t> samples;
-    int level;
-  } cases[] = {{std::vector<int16_t>(441, 32767), 67},
-               {std::vector<int16_t>(441, -32768), 67},
-               {{1, -1, 1, -1}, 4},  // about 2.0 on the 65536 scale
-               {{1, 0, 0, 0}, -4},   // a mean of 0.5, truncated toward zero
-               {{1, 0, -1, 0}, 0},
-               {{1000, -1000}, 46},
-               {std::vector<int16_t>(441, 0), INT_MIN}};
-  for (const auto& c : cases)
-    EXPECT_EQ(AudioDeviceTest::Level(c.samples.data(), int(c.samples.size())), c.level);
 }
 
 std::atomic<DWORD> g_tick{0};
 DWORD WINAPI Tick() { return g_tick; }
 
-TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
+TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600Ms) {
   static const base::ClockPlatform kClock = {&Tick, &Sleep};
   g_tick = 100000;
   base::SetClockPlatformForTesting(&kClock);
@@ -118,7 +91,7 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
     test.OnAudioData(nullptr, samples.data(), 200, 16, 44100, 1, 0);
   };
   test.Start(L"Headset");
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic2)"));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic2)"));
   block(32767);
   g_tick += 599;
   block(1);  // dropped unmeasured
@@ -126,17 +99,20 @@ TEST_F(AudioTest, ReportsAtMostEvery600MsAndTheFirstBlockOfEachStart) {
   block(1000);
   EXPECT_TRUE(test.Stop() && test.Stop());  // the stream's stop reports 0, once
   test.Start(L"No such name");              // the default input
-  ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)"));
+  ASSERT_TRUE(WaitFor(L"GetDevice(mic1)"));
   block(-1);  // at once, whatever the time
   base::SetClockPlatformForTesting(nullptr);
   EXPECT_EQ(levels.Locked([&] { return levels.levels; }), (std::vector<int>{67, 46, 0, 4}));
+  const int16_t low[] = {-32768, -32768}, quarter[] = {1, 0, 0, 0}, zeros[] = {0, 0};  // the formula's edges
+  EXPECT_EQ(AudioDeviceTest::Level(low, 2), 67);      // full scale either way: 14 * log10(65536)
+  EXPECT_EQ(AudioDeviceTest::Level(quarter, 4), -4);  // a mean of 0.5, truncated toward zero
+  EXPECT_EQ(AudioDeviceTest::Level(zeros, 2), INT_MIN);
   AudioDeviceTest quiet(nullptr);
   quiet.OnAudioData(nullptr, nullptr, 1 << 30, 16, 44100, 1, 0);  // read nothing: the level goes nowhere
   quiet.OnCaptureStopped();
 }
 
-// Each test measures full-scale packets through the capture (-1 below: a
-// level of at least 60), then its level handler stops, restarts or ends it,
+// Full-scale packets (-1 below: a level of at least 60), then the handler stops, restarts or ends the test,
 // or the host restarts it on an endpoint that can't open.
 TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
   const std::vector<int> want[] = {{-1, 0}, {-1, -1, 0}, {-1}, {-1, 0}};
@@ -152,33 +128,32 @@ TEST_F(AudioTest, ItsLevelHandlerMayStopRestartOrEndTheTest) {
       SetEvent(acted);
     };
     test->Start(L"Microphone");
-    ASSERT_TRUE(audio.WaitFor(L"client1 Start"));
-    audio.Queue(std::vector<float>(960, 1.0f));
+    ASSERT_TRUE(WaitFor(L"client1 Start"));
+    Queue(std::vector<float>(960, 1.0f));
     ASSERT_EQ(WaitForSingleObject(acted, 5000), WAIT_OBJECT_0) << "the handler's call hung";
     CloseHandle(acted);
     if (action == 1) {  // a fresh capture, whose first block counts
-      ASSERT_TRUE(audio.WaitFor(L"client1 Start", 2));
-      audio.Queue(std::vector<float>(960, 1.0f));
+      ASSERT_TRUE(WaitFor(L"client1 Start", 2));
+      Queue(std::vector<float>(960, 1.0f));
       ASSERT_TRUE(levels.Wait([&] { return levels.levels.size() == 2; }));
       // The host's stop meets a stop from the handler: neither may wait for the other.
       levels.action = [&] { test->Stop(); };
       EXPECT_TRUE(test->Stop());
     }
     if (action == 3) {  // the old test reports 0; the new can't open
-      audio.Fail({{L"GetDevice(mic1)", E_FAIL}});
+      Fail({{L"GetDevice(mic1)", E_FAIL}});
       test->Start(L"Microphone");
-      ASSERT_TRUE(audio.WaitFor(L"GetDevice(mic1)", 3));
+      ASSERT_TRUE(WaitFor(L"GetDevice(mic1)", 3));
     }
     delete test;
-    EXPECT_TRUE(audio.Wait([this] { return audio.live == 0; }));
+    EXPECT_TRUE(Wait([this] { return live == 0; }));
     std::vector<int> got = levels.Locked([&] { return levels.levels; });
     for (int& level : got) level = level >= 60 ? -1 : level;
     EXPECT_EQ(got, want[action]) << action;
   }
 }
 
-// The engine starts tests from host threads and restarts them from the SDK's
-// thread at a room's end; no capture may be lost or doubled.
+// Host threads and the SDK's thread at a room's end start tests at once: no capture may be lost or doubled.
 TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
   {
     AudioDeviceTest test(nullptr);
@@ -189,10 +164,40 @@ TEST_F(AudioTest, StartsAndStopsFromTwoThreadsAtOnce) {
       }
     };
     std::thread a(churn), b(churn);
-    a.join();
-    b.join();
+    a.join(), b.join();
   }
-  EXPECT_EQ(audio.Count(L"client1 Start"), audio.Count(L"client1 Stop"));
+  EXPECT_EQ(Count(L"client1 Start"), Count(L"client1 Stop"));
+}
+
+TEST(RealEndpoints, EnumeratorListsFindsAndNamesTheDefaults) {
+  AudioDeviceEnumerator* enumerator = AudioDeviceEnumerator::GetInstance();
+  for (bool is_input : {true, false}) {
+    AudioDeviceInfo d;
+    ASSERT_TRUE(enumerator->GetDefaultDevice(is_input, d))
+        << "is the sound server running (scripts/test-env.sh)?";
+    EXPECT_EQ(enumerator->FindDeviceId(is_input, d.name), d.id);  // listed by the same name
+    EXPECT_NE(enumerator->FindDeviceId(is_input, is_input ? L"Monitor of Null Output" : L"Null Output"), L"");
+  }
+}
+
+TEST(RealEndpoints, LevelOfFullScaleTonesAndOfSilence) {
+  using Shape = audio_testing::TonePlayer::Shape;
+  const struct {
+    double frequency;  // 0: nothing plays, exact zeros
+    Shape shape;
+    int level;  // a sine's mean magnitude is 2/pi of its peak: 14 * log10(65536 * 0.6366)
+  } cases[] = {{50, Shape::kSquare, 67}, {1000, Shape::kSine, 64}, {0, Shape::kSine, INT_MIN}};
+  for (const auto& c : cases) {
+    audio_testing::TonePlayer tone;
+    ASSERT_TRUE(!c.frequency || tone.Start(L"Null Output", c.frequency, 1.0, c.shape));
+    Levels levels;  // the third 600 ms report: the first may hold the stream's start
+    AudioDeviceTest test(&levels);
+    test.Start(L"Monitor of Null Output");
+    EXPECT_TRUE(levels.Wait([&] { return levels.levels.size() >= 3; }, 10000));
+    test.Stop();
+    EXPECT_EQ(levels.levels.back(), 0) << "the stop reports 0";
+    EXPECT_EQ(levels.levels.at(2), c.level);
+  }
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// What the audio tests share: waits on state that the capture thread
-// changes, and a recorder of what a capture delivers.
+// What the audio tests share: waits on state that the capture thread changes; a recorder of what it delivers.
 #pragma once
 
 #include <windows.h>
@@ -44,8 +43,7 @@ struct Block {
   DWORD thread;
 };
 
-// Also of the levels that a microphone test reports.
-class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public Monitor {
+class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public Monitor {  // and of levels
  public:
   void OnAudioData(void* user_data, const void* data, int size, int bits, int rate, int channels,
                    int64_t timestamp) override {
@@ -64,9 +62,6 @@ class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public M
   }
   bool WaitBlocks(size_t n, int ms = 5000) {
     return Wait([&] { return blocks.size() >= n; }, ms);
-  }
-  bool WaitStopped(size_t n, int ms = 5000) {
-    return Wait([&] { return stop_ticks.size() >= n; }, ms);
   }
   std::vector<Block> blocks;
   std::vector<DWORD> stop_ticks;
