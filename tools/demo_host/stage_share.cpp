@@ -57,6 +57,15 @@ class ShareSink : public DisplayCaptureEvent, public WindowCaptureEvent {
   int64_t cpu_first_ = -1, cpu_last_ = -1;
 };
 
+// Keeps a share's counts and says how it went; a share without a frame is a failure of the run.
+bool Conclude(const char* what, bool started, const ShareResult& result, ShareResult* out, Results* results) {
+  *out = result;
+  Print("%s: %d frame(s) captured, %d pushed", what, result.captured, result.pushed);
+  if (started && result.captured > 0) return true;
+  results->failures.push_back(std::string(what) + ": no frame captured");
+  return false;
+}
+
 void PrintShareProgress(const char* what, ShareSink* sink, double seconds) {
   const int64_t start = TimeMicroseconds();
   int last_second = 0;
@@ -95,13 +104,7 @@ bool RunDisplayShare(RTCEngine* engine, DemoWindows* demo, double seconds, Resul
   capture->Stop();
   DisplayCapture::Release(capture);
   demo->ShowStage(false);
-  results->display = sink.Result(seconds);
-  Print("display: %d frame(s) captured, %d pushed", results->display.captured, results->display.pushed);
-  if (!started || results->display.captured == 0) {
-    results->failures.push_back("display: no frame captured");
-    return false;
-  }
-  return true;
+  return Conclude("display", started, sink.Result(seconds), &results->display, results);
 }
 
 bool RunWindowShare(RTCEngine* engine, DemoWindows* demo, double seconds, Results* results) {
@@ -125,11 +128,5 @@ bool RunWindowShare(RTCEngine* engine, DemoWindows* demo, double seconds, Result
   }
   capture->Stop();
   WindowCapture::Release(capture);
-  results->window = sink.Result(seconds);
-  Print("window: %d frame(s) captured, %d pushed", results->window.captured, results->window.pushed);
-  if (!started || results->window.captured == 0) {
-    results->failures.push_back("window: no frame captured");
-    return false;
-  }
-  return true;
+  return Conclude("window", started, sink.Result(seconds), &results->window, results);
 }
