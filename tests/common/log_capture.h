@@ -4,10 +4,10 @@
 
 #include <windows.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "common/journal.h"
 
 namespace testing_support {
 
@@ -15,21 +15,23 @@ struct LogLine {
   std::wstring module, message;
 };
 
-class LogCapture {
+class LogCapture : public Monitor {
  public:
-  LogCapture();  // not copyable: it holds a mutex
+  LogCapture();
   ~LogCapture();
-  std::vector<LogLine> Lines() const;
+  std::vector<LogLine> Lines() const {
+    return Locked([&] { return lines_; });
+  }
   // Messages (of `module` only, unless it is empty), in order.
   std::vector<std::wstring> Messages(const std::wstring& module = L"") const;
   int Count(const std::wstring& message, const std::wstring& module = L"") const;
   // Waits until `message` has been logged at least `times` times.
   bool WaitFor(const std::wstring& message, int times = 1, DWORD timeout_ms = 5000) const;
-  void Clear();
+  void Clear() {
+    Locked([&] { lines_.clear(); });
+  }
 
  private:
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
   std::vector<LogLine> lines_;
 };
 
