@@ -13,10 +13,7 @@
 
 namespace {
 
-using picker_testing::PixelAt;
-using picker_testing::SolidIcon;
-using picker_testing::TestWindow;
-using picker_testing::WindowOptions;
+using namespace picker_testing;
 
 std::vector<HWND> Walk(TopWindowEnum* windows) {
   std::vector<HWND> listed(windows->EnumerateWindows());
@@ -84,12 +81,11 @@ TEST(WindowSnapshot, TitleAndProcessAreReadOnceThePictureIsTheWholeWindowOfTheMo
   const DibImage* picture = snapshot->GetPicture();
   ASSERT_NE(picture, nullptr);
   for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(PixelAt(picture, 300, 200, 75 + i % 2 * 150, 50 + i / 2 * 100),
-              picker_testing::kQuadrantColors[i]);
+    EXPECT_EQ(PixelAt(picture, 300, 200, 75 + i % 2 * 150, 50 + i / 2 * 100), kQuadrantColors[i]);
   SetWindowPos(window.hwnd(), nullptr, 0, 0, 120, 80, SWP_NOMOVE | SWP_NOZORDER);
   ASSERT_NE(picture = snapshot->GetPicture(), nullptr);
-  EXPECT_EQ(PixelAt(picture, 120, 80, 119, 79), picker_testing::kQuadrantColors[3]);
-  HWND gone = TestWindow({L"gone"}).hwnd();
+  EXPECT_EQ(PixelAt(picture, 120, 80, 119, 79), kQuadrantColors[3]);
+  HWND gone = TestWindow({L"gone", WS_OVERLAPPEDWINDOW}).hwnd();
   for (HWND hwnd : {gone, static_cast<HWND>(nullptr)}) {
     snapshot = Take(hwnd);
     EXPECT_EQ(snapshot->GetTitle() + snapshot->GetProcessName(), L"");

@@ -4,20 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <new>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "base/scoped_handle.h"
 #include "picker/thumbnail_render_mgr_impl.h"
 #include "picker/top_window_enum_impl.h"
 #include "picker/window_snapshot_impl.h"
 #include "roomcore/clock.h"
+#include "tests/common/journal.h"
 #include "tests/common/refuse_threads.h"
 #include "tests/picker/test_windows.h"
 
@@ -34,16 +31,14 @@ namespace {
 
 struct ThrowingFilter : picker::TopWindowEnumImpl {
   bool Accepts(HWND window) override {
-    return window == bad ? throw std::runtime_error("bad") : TopWindowEnumImpl::Accepts(window);
+    return window ? TopWindowEnumImpl::Accepts(window) : throw std::runtime_error("no window");
   }
-  HWND bad = nullptr;
 };
 TEST(TopWindowEnumCallback, NoWindowEndsTheWalkAndOneThatThrowsIsLeftOut) {
-  picker_testing::TestWindow bad({}), kept({});
+  picker_testing::TestWindow kept({});
   ThrowingFilter windows;
-  windows.bad = bad.hwnd();
   EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(kept.hwnd(), 0), TRUE);  // no object
-  for (HWND window : {HWND(nullptr), reinterpret_cast<HWND>(0x7FFFFFF0), bad.hwnd(), kept.hwnd()})
+  for (HWND window : {HWND(nullptr), reinterpret_cast<HWND>(0x7FFFFFF0), kept.hwnd()})
     EXPECT_EQ(picker::TopWindowEnumImpl::OnWindow(window, reinterpret_cast<LPARAM>(&windows)), TRUE);
   EXPECT_TRUE(windows.GetWindowAt(0) == kept.hwnd() && windows.GetWindowAt(1) == nullptr);
 }
@@ -82,15 +77,15 @@ const HWND kWide = reinterpret_cast<HWND>(0x20), kTall = reinterpret_cast<HWND>(
 const RECT kBox = {10, 20, 330, 260};  // 320 x 240 at (10, 20)
 const std::string kWideFit = "update wide 10,50,330,230 1d 255 1 1",
                   kTallFit = "update tall 102,20,237,260 1d 255 1 1";
-int g_threads_started = 0;  // Start runs on the test's thread
 HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+std::string Name(const void* source) { return source == kWide ? " wide" : " tall"; }
 // A scripted window manager (each source its own thumbnail, each call a line), the host's event object too.
-struct ThumbnailManager : ::testing::Test, ThumbnailRenderEvent {
+struct ThumbnailManager : ::testing::Test, ThumbnailRenderEvent, testing_support::Journal {
   void SetUp() override {
-    g_fake = this, g_threads_started = 0;
+    g_fake = this;
     base::SetThreadStarterForTesting(
         [](LPSECURITY_ATTRIBUTES a, SIZE_T s, LPTHREAD_START_ROUTINE r, LPVOID p, DWORD f, LPDWORD id)
-            WINAPI { return ++g_threads_started, CreateThread(a, s, r, p, f, id); });
+            WINAPI { return g_fake->Add("thread"), CreateThread(a, s, r, p, f, id); });
     manager_ = new picker::ThumbnailRenderMgrImpl({&Register, &Unregister, &Query, &Update, &Composition});
     manager_->SetDestroyedEventForTesting(destroyed_.get());
     manager_->SetRenderEvent(this);
@@ -98,54 +93,32 @@ struct ThumbnailManager : ::testing::Test, ThumbnailRenderEvent {
   void TearDown() override {
     if (manager_) manager_->Stop(), ThumbnailRenderMgr::Release(manager_);
     EXPECT_EQ(WaitForSingleObject(destroyed_.get(), 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(late_, 0);
+    EXPECT_EQ(Count("late"), 0);
     base::SetThreadStarterForTesting(nullptr);
   }
-  // Lost sources, and how many came once `released_` was set.
-  void OnThumbnailSourceLost(HWND source) override {
-    lost_.push_back(source);
-    late_ += WaitForSingleObject(released_.get(), 0) == WAIT_OBJECT_0;
+  void OnThumbnailSourceLost(HWND source) override {  // "late" once `released_` was set
+    Add((WaitForSingleObject(released_.get(), 0) == WAIT_OBJECT_0 ? "late lost" : "lost") + Name(source));
   }
   bool Show(HWND source, const RECT& rect = kBox, HWND destination = kDestination) {
     return manager_->SetThumbnail(destination, &rect, 7, 8, 9, source);
   }
-  void Script(HWND source, SIZE size, HRESULT result = S_OK) {
-    std::lock_guard<std::mutex> hold(mutex_);
-    sources_[source == kWide] = {size, result};
+  void Script(SIZE wide, SIZE tall, HRESULT wide_result = S_OK, HRESULT tall_result = S_OK) {
+    Locked([&] { sources_[0] = {tall, tall_result}, sources_[1] = {wide, wide_result}; });
   }
-  template <typename T>
-  T Locked(const T& value) {  // a copy of the fake's `value`
-    std::lock_guard<std::mutex> hold(mutex_);
-    return value;
-  }
-  // How many lines begin with `call`, once `more` more have come; -1 if not within 5 s.
-  int Count(const std::string& call, int more = 0) {
-    std::unique_lock<std::mutex> hold(mutex_);
-    const auto count = [&] {
-      return int(std::count_if(log_.begin(), log_.end(), [&](auto& l) { return !l.find(call); }));
-    };
-    const int target = count() + more;
-    return changed_.wait_for(hold, std::chrono::seconds(5), [&] { return count() >= target; }) ? count() : -1;
-  }
-  bool WaitFor(const std::string& call, int times = 1) { return Count(call, times) >= 0; }
   // A query (with `size`) waits at the gate if set; an update (with `more`) is refused while failures remain.
   static HRESULT Call(const char* call, HTHUMBNAIL thumbnail, SIZE* size = nullptr,
                       const std::string& more = "") {
-    std::unique_lock<std::mutex> hold(g_fake->mutex_);
+    ThumbnailManager& f = *g_fake;
     const bool wide = thumbnail == reinterpret_cast<HTHUMBNAIL>(kWide);
-    HRESULT result = !more.empty() && g_fake->failing_updates_-- > 0 ? E_FAIL : S_OK;
-    if (const HANDLE gate = size ? std::exchange(g_fake->gate_, nullptr) : nullptr) {
-      hold.unlock();
-      SignalObjectAndWait(g_fake->entered_.get(), gate, INFINITE, FALSE);
-      hold.lock();
-    }
-    if (size) {
-      if (wide) g_fake->wide_query_ms_.push_back(TimeMicroseconds() / 1e3);
-      result = g_fake->sources_[wide].second;
-      if (result == S_OK) *size = g_fake->sources_[wide].first;
-    }
-    g_fake->log_.push_back(call + std::string(wide ? " wide" : " tall") + more);
-    g_fake->changed_.notify_all();
+    if (const HANDLE gate = size ? f.Locked([&] { return std::exchange(f.gate_, nullptr); }) : nullptr)
+      SignalObjectAndWait(f.entered_.get(), gate, INFINITE, FALSE);
+    const HRESULT result = f.Locked([&] {
+      if (!size) return !more.empty() && f.failing_updates_-- > 0 ? E_FAIL : S_OK;
+      if (wide) f.wide_query_ms_.push_back(TimeMicroseconds() / 1e3);
+      if (f.sources_[wide].second == S_OK) *size = f.sources_[wide].first;
+      return f.sources_[wide].second;
+    });
+    f.Add(call + Name(thumbnail) + more);
     return result;
   }
   static HRESULT WINAPI Register(HWND, HWND source, PHTHUMBNAIL thumbnail) {
@@ -163,79 +136,66 @@ struct ThumbnailManager : ::testing::Test, ThumbnailRenderEvent {
   }
   static HRESULT WINAPI Composition(BOOL* on) { return *on = g_fake->register_result_ == S_OK, S_OK; }
   static inline ThumbnailManager* g_fake = nullptr;
-  std::mutex mutex_;  // the fake's state, below
-  std::condition_variable changed_;
-  std::vector<std::string> log_;
-  std::vector<double> wide_query_ms_;
+  std::vector<double> wide_query_ms_;         // the fake's state, under the journal's lock
   std::pair<SIZE, HRESULT> sources_[2] = {};  // tall, wide
-  HRESULT register_result_ = S_OK;
   int failing_updates_ = 0;
   HANDLE gate_ = nullptr;
+  HRESULT register_result_ = S_OK;  // the test's thread only
   base::ScopedHandle entered_{NewEvent()}, released_{NewEvent()}, destroyed_{NewEvent()};
-  std::vector<HWND> lost_;
-  int late_ = 0;
   picker::ThumbnailRenderMgrImpl* manager_ = nullptr;
 };
 
 // A refused update (the first) is sent again at the next pass; a taken one isn't while nothing changes.
 TEST_F(ThumbnailManager,
-       TheWorkerFitsEachSourceAbout35MsApartUntilTakenDropsLostOnesAndLeavesOnesWithoutArea) {
-  Script(kWide, {1600, 900});
-  Script(kTall, {900, 1600});
-  failing_updates_ = 1;
-  ASSERT_TRUE(Show(kWide) && Show(kTall));
-  manager_->Start();
-  ASSERT_TRUE(WaitFor("query wide", 7));
-  const std::vector<std::string> log = Locked(log_);
-  EXPECT_EQ(std::vector<std::string>(log.begin(), log.begin() + 6),
-            (std::vector<std::string>{"register wide", "register tall", "query wide", kWideFit, "query tall",
-                                      kTallFit}));  // shown by the worker only, in list order
-  EXPECT_TRUE(Count(kWideFit) == 2 && Count(kTallFit) == 1);
-  // 33,333 us by the library's clock, a 30 ms rest, 5 ms steps; a late pass shortens the next gap.
-  const std::vector<double> at = Locked(wide_query_ms_);
-  double shortest = 1e9;
-  for (size_t i = 1; i < at.size(); ++i) shortest = std::min(shortest, at[i] - at[i - 1]);
-  EXPECT_TRUE((at.back() - at.front()) / (at.size() - 1) >= 32.0 && shortest <= 50.0) << shortest;
-  Script(kWide, {0, 900});
-  Script(kTall, {}, S_FALSE);  // not negative, and still no size
-  ASSERT_TRUE(WaitFor("unregister tall"));
-  const int tall_queries = Count("query tall");
-  ASSERT_TRUE(WaitFor("query wide", 3));
-  EXPECT_EQ(lost_, std::vector<HWND>{kTall});
-  EXPECT_TRUE(Count("query tall") == tall_queries && Count("update wide") == 2);  // dropped; left as it was
-}
-
-TEST_F(ThumbnailManager, ARectangleMovesTheOneThumbnailAndAZeroWidthOneRemovesIt) {
+       ARectangleMovesTheOneThumbnailAZeroWidthOneRemovesItTheWorkerFitsEachAbout35MsApart) {
   EXPECT_TRUE(Show(kWide));
   EXPECT_TRUE(Show(kWide, {50, 20, 50, 260}));  // known: removed
   EXPECT_TRUE(Show(kTall, {50, 20, 50, 260}));  // unknown: registered
   manager_->RemoveThumbnail(reinterpret_cast<HWND>(0x99));
   EXPECT_TRUE(Show(kWide));
   manager_->Stop();
-  EXPECT_EQ(log_, (std::vector<std::string>{"register wide", "unregister wide", "register tall",
-                                            "register wide", "unregister tall", "unregister wide"}));
+  EXPECT_EQ(Take(), (Lines{"register wide", "unregister wide", "register tall", "register wide",
+                           "unregister tall", "unregister wide"}));
   register_result_ = E_NOTIMPL;  // as without composition
   EXPECT_FALSE(manager_->IsCompositionEnabled() || Show(kWide) ||
                manager_->SetThumbnail(kWide, nullptr, 0, 0, 0, kTall) ||
                !manager_->EntriesForTesting().empty());
   register_result_ = S_OK;
   EXPECT_TRUE(manager_->IsCompositionEnabled());
-  Script(kWide, {1600, 900});
+  Script({1600, 900}, {900, 1600});
+  failing_updates_ = 1;
+  ASSERT_TRUE(Show(kWide) && Show(kTall));
   manager_->Start();
-  ASSERT_TRUE(Show(kWide) && WaitFor(kWideFit));
+  ASSERT_TRUE(WaitFor("query wide", 7));
+  const Lines log = Of();
+  EXPECT_EQ(Lines(log.begin(), log.begin() + 7),
+            (Lines{"register wide", "register tall", "thread", "query wide", kWideFit, "query tall",
+                   kTallFit}));  // by the worker only
+  EXPECT_EQ(Of("update"), (Lines{kWideFit, kTallFit, kWideFit}));
+  // 33,333 us by the library's clock, a 30 ms rest, 5 ms steps; a late pass shortens the next gap.
+  const std::vector<double> at = Locked([&] { return wide_query_ms_; });
+  double shortest = 1e9;
+  for (size_t i = 1; i < at.size(); ++i) shortest = std::min(shortest, at[i] - at[i - 1]);
+  EXPECT_TRUE((at.back() - at.front()) / (at.size() - 1) >= 32.0 && shortest <= 50.0) << shortest;
   ASSERT_TRUE(Show(kWide, {0, 0, 160, 90}, kTall) && WaitFor("update wide 0,0,160,90 1d 255 1 1"));
-  Script(kWide, {90, 90});  // a resized source is fitted anew
+  Script({90, 90}, {900, 1600});  // a resized source is fitted anew
   ASSERT_TRUE(WaitFor("update wide 35,0,125,90 1d 255 1 1"));
-  EXPECT_EQ(Count("register wide"), 3);
+  EXPECT_EQ(Count("register"), 2);
   EXPECT_EQ(manager_->EntriesForTesting().at(0).destination, kDestination);  // the first stays
+  Script({0, 900}, {}, S_OK, S_FALSE);  // S_FALSE: not negative, and still no size
+  ASSERT_TRUE(WaitFor("unregister tall"));
+  const int tall_queries = Count("query tall");
+  ASSERT_TRUE(WaitFor("query wide", Count("query wide") + 3));
+  EXPECT_EQ(Of("lost"), Lines{"lost tall"});
+  EXPECT_TRUE(Count("query tall") == tall_queries && Count("update") == 5);  // dropped; left as it was
 }
 
 TEST_F(ThumbnailManager, OneWorkerServesTheWholeLifeReleaseAlwaysFreesItAndNoLossIsReportedOnceItReturned) {
   manager_->Start(), manager_->Start(), manager_->Stop(), manager_->Start();
-  EXPECT_EQ(g_threads_started, 1);
+  EXPECT_EQ(Count("thread"), 1);
   base::ScopedHandle gate(NewEvent());
-  Script(kWide, {}, E_INVALIDARG);
-  gate_ = gate.get();  // read by the first query, once Show has handed the entry over
+  Script({}, {}, E_INVALIDARG);
+  Locked([&] { gate_ = gate.get(); });  // read by the first query, once Show has handed the entry over
   ASSERT_TRUE(Show(kWide));
   ASSERT_EQ(WaitForSingleObject(entered_.get(), 5000), WAIT_OBJECT_0);  // a pass is under way
   std::thread host(
@@ -244,7 +204,7 @@ TEST_F(ThumbnailManager, OneWorkerServesTheWholeLifeReleaseAlwaysFreesItAndNoLos
   WaitForSingleObject(released_.get(), 200);
   SetEvent(gate.get());
   host.join();
-  EXPECT_EQ(lost_, std::vector<HWND>{kWide});  // the pass under way reported, before Release returned
+  EXPECT_EQ(Of("lost"), Lines{"lost wide"});  // the pass under way reported, before Release returned
   ThumbnailRenderMgr::Release(nullptr);
 }
 

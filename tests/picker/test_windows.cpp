@@ -2,42 +2,36 @@
 
 namespace picker_testing {
 
-static void PaintQuadrants(HWND window, HDC dc) {
-  RECT c;
-  GetClientRect(window, &c);
-  const LONG x = c.right / 2, y = c.bottom / 2;
-  for (int i = 0; i < 4; ++i) {
-    const RECT part = {i % 2 ? x : 0, i / 2 ? y : 0, i % 2 ? c.right : x, i / 2 ? c.bottom : y};
-    SetDCBrushColor(dc, kQuadrantColors[i]);
-    FillRect(dc, &part, static_cast<HBRUSH>(GetStockObject(DC_BRUSH)));
-  }
-}
-
-LRESULT CALLBACK TestWindow::Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
   if (message == WM_GETICON && self) {
     self->icon_requests.push_back(wparam);
     const WindowOptions& o = self->options;
-    return reinterpret_cast<LRESULT>(wparam == ICON_BIG      ? o.big_answer
-                                     : wparam == ICON_SMALL2 ? o.small2_answer
-                                                             : nullptr);
+    return reinterpret_cast<LRESULT>(wparam == ICON_BIG ? o.big_answer : o.small2_answer);  // the one asked
   }
+  if (message != WM_PAINT && message != WM_PRINTCLIENT)
+    return message == WM_ERASEBKGND ? 1 : DefWindowProcW(window, message, wparam, lparam);
   PAINTSTRUCT paint;
-  if (message == WM_PAINT) PaintQuadrants(window, BeginPaint(window, &paint)), EndPaint(window, &paint);
-  if (message == WM_PRINTCLIENT) PaintQuadrants(window, reinterpret_cast<HDC>(wparam));
-  if (message == WM_PAINT || message == WM_PRINTCLIENT || message == WM_ERASEBKGND)
-    return message == WM_ERASEBKGND;
-  return DefWindowProcW(window, message, wparam, lparam);
+  const HDC dc = message == WM_PAINT ? BeginPaint(window, &paint) : reinterpret_cast<HDC>(wparam);
+  RECT c;
+  GetClientRect(window, &c);
+  const LONG x = c.right / 2, y = c.bottom / 2;
+  for (int i = 0; i < 4; ++i) {  // in the order of kQuadrantColors
+    const RECT part = {i % 2 ? x : 0, i / 2 ? y : 0, i % 2 ? c.right : x, i / 2 ? c.bottom : y};
+    SetDCBrushColor(dc, kQuadrantColors[i]);
+    FillRect(dc, &part, static_cast<HBRUSH>(GetStockObject(DC_BRUSH)));
+  }
+  if (message == WM_PAINT) EndPaint(window, &paint);
+  return 0;
 }
 
 TestWindow::TestWindow(const WindowOptions& o) : options(o) {
   static int classes = 0;
   const std::wstring name = L"roomcore_picker_test_" + std::to_wstring(classes++);
-  WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class), window_class.lpfnWndProc = &Proc;
-  window_class.hInstance = GetModuleHandleW(nullptr), window_class.lpszClassName = name.c_str();
-  window_class.hIcon = o.class_icon, window_class.hIconSm = o.class_small_icon;
-  RegisterClassExW(&window_class);
+  WNDCLASSEXW c = {};
+  c.cbSize = sizeof(c), c.lpfnWndProc = &Proc, c.hInstance = GetModuleHandleW(nullptr);
+  c.lpszClassName = name.c_str(), c.hIcon = o.class_icon, c.hIconSm = o.class_small_icon;
+  RegisterClassExW(&c);
   hwnd_ = CreateWindowExW(o.ex_style, name.c_str(), o.title.c_str(), o.style, o.x, o.y, o.width, o.height,
                           o.owner, nullptr, GetModuleHandleW(nullptr), nullptr);
   SetWindowLongPtrW(hwnd_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));

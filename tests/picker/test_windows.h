@@ -29,7 +29,6 @@ struct TestWindow {
   ~TestWindow() { DestroyWindow(hwnd_); }
   TestWindow(const TestWindow&) = delete;  // and no assignment: `options` is const
   HWND hwnd() const { return hwnd_; }
-  static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   const WindowOptions options;
   std::vector<WPARAM> icon_requests;
   HWND hwnd_ = nullptr;
