@@ -11,7 +11,7 @@ namespace {
 
 TEST_F(EngineTest, EachOperationAndCallback) {
   const char* const cases[] = {
-      // script # SDK calls ("@T": on the task thread; V, R, E: below) # events # log lines
+      // script # SDK calls ("@T": on the task thread; $V, $R, $E: below, in key order) # events # log lines
       "release; forget; devices(0,M1); create; create; GetMicDevices; Initialize; log(caf\xC3\xA9); release "
       "# getTRTCShareInstance()@T|getMicDevicesList()@T|getCameraDevicesList()@T|setLogLevel(1)|"
       "setLogCallback(callback)|addCallback(callback)|setLocalVideoRenderCallback(3,1,callback)|"
@@ -264,7 +264,6 @@ TEST_F(EngineTest, ReleaseLetsACallbackUnderWayFinishBeforeTheSdkGoes) {
 }
 TEST_F(EngineTest, PicturesPushedWhileSharingComeOutOfThePullOnceAndWhole) {
   TRTCVideoFrame frame;
-  const uint8_t picture[6] = {};
   Run("EnableCaptureDesktopVideo(1)");  // any size, any stated length, with its pts; a queue of 12
   const struct {
     int width, height, length, pushes;
@@ -288,7 +287,7 @@ TEST_F(EngineTest, PicturesPushedWhileSharingComeOutOfThePullOnceAndWhole) {
   }
   // A puller racing the release never reaches the source once it is gone.
   const int destroyed = LiteavDestroyedSourceCount();
-  for (int i = 0; i < 50; ++i) engine_->PushDesktopFrame(picture, 6, 2, 2, i);
+  for (int i = 0; i < 50; ++i) Run("PushDesktopFrame(2,2,7)");
   LiteavSetPullRate(1000);
   std::thread puller([&] {
     uint8_t out[6];

@@ -79,12 +79,11 @@ class RecordingEvents : public RTCEngineEvent, public testing_support::Journal {
     Add("OnUserVoiceVolume(" + text.substr(1) + ")");
   }
   void OnStatistics(const EngineStatistics* s) override {
-    std::string remotes = s->remotes ? "" : ",null";
+    std::string text = Call("OnStatistics", s->rtt, s->quality, s->send_rate, s->recv_rate, s->up_loss,
+                            s->down_loss, s->app_cpu, s->system_cpu, s->reserved);
     for (int i = 0; s->remotes && i < remote_count; ++i)
-      remotes += "," + Call(s->remotes[i].usr_id, s->remotes[i].final_loss, s->remotes[i].video_type);
-    Add(Call("OnStatistics", s->rtt, s->quality, s->send_rate, s->recv_rate, s->up_loss, s->down_loss,
-             s->app_cpu, s->system_cpu, s->reserved) +
-        remotes);
+      text += "," + Call(s->remotes[i].usr_id, s->remotes[i].final_loss, s->remotes[i].video_type);
+    Add(s->remotes ? text : text + ",null");
   }
   // A result of the host's own calls, in line with the events.
   void Note(const std::string& text) { Add("=" + text); }
@@ -164,9 +163,7 @@ class EngineTest : public ::testing::Test {
   // The calls, log lines and events so far; the devices as at the start.
   void Forget() {
     LiteavReset();
-    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
-    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
-    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
+    Run("devices(0,Mic A,Mic B); devices(2,Cam A,Cam B); devices(1,Speaker A)");
     log_.Clear(), events_.Clear();
   }
   // Waits until the task thread has served every post so far and what those posted (a WM_TIMER dispatched).
