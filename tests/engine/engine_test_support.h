@@ -7,13 +7,12 @@
 #include <objbase.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "base/scoped_handle.h"
@@ -35,7 +34,7 @@ std::string Call(const char* name, Args... args) {
   return std::string(name) + "(" + (text.empty() ? text : text.substr(1)) + ")";
 }
 // The parts between separators, empty ones too, none for ""; "c*n" stands for n times c.
-inline Strings Split(const std::string& text, char separator) {
+inline Strings Split(const std::string& text, char separator = '|') {
   Strings parts(text.empty() ? 0 : 1);
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] == separator) {
@@ -51,7 +50,7 @@ inline Strings Split(const std::string& text, char separator) {
   return parts;
 }
 // The texts of what arrives, "@T" added to those that come on `task_thread`.
-class RecordingEvents : public RTCEngineEvent {
+class RecordingEvents : public RTCEngineEvent, public testing_support::Journal {
  public:
 #define EVENT(name, params, ...) \
   void name params override { Add(Call(#name, ##__VA_ARGS__)); }
@@ -80,32 +79,14 @@ class RecordingEvents : public RTCEngineEvent {
     Add("OnUserVoiceVolume(" + text.substr(1) + ")");
   }
   void OnStatistics(const EngineStatistics* s) override {
-    std::string remotes = s->remotes ? "" : ",null";
+    std::string text = Call("OnStatistics", s->rtt, s->quality, s->send_rate, s->recv_rate, s->up_loss,
+                            s->down_loss, s->app_cpu, s->system_cpu, s->reserved);
     for (int i = 0; s->remotes && i < remote_count; ++i)
-      remotes += "," + Call(s->remotes[i].usr_id, s->remotes[i].final_loss, s->remotes[i].video_type);
-    Add(Call("OnStatistics", s->rtt, s->quality, s->send_rate, s->recv_rate, s->up_loss, s->down_loss,
-             s->app_cpu, s->system_cpu, s->reserved) +
-        remotes);
+      text += "," + Call(s->remotes[i].usr_id, s->remotes[i].final_loss, s->remotes[i].video_type);
+    Add(s->remotes ? text : text + ",null");
   }
   // A result of the host's own calls, in line with the events.
   void Note(const std::string& text) { Add("=" + text); }
-  Strings Texts() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return texts_;
-  }
-  int Count(const std::string& text) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return static_cast<int>(std::count(texts_.begin(), texts_.end(), text));
-  }
-  bool WaitFor(const std::string& text, int times = 1, DWORD timeout_ms = 5000) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms),
-                             [&] { return std::count(texts_.begin(), texts_.end(), text) >= times; });
-  }
-  void Clear() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    texts_.clear();
-  }
   // Runs on the event's thread with its text before it is recorded.
   std::function<void(const std::string&)> on_event;
   DWORD task_thread = 0;
@@ -115,13 +96,8 @@ class RecordingEvents : public RTCEngineEvent {
   void Add(std::string text) {
     if (GetCurrentThreadId() == task_thread) text += "@T";
     if (on_event) on_event(text);
-    std::lock_guard<std::mutex> guard(mutex_);
-    texts_.push_back(text);
-    changed_.notify_all();
+    testing_support::Journal::Add(std::move(text));
   }
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  Strings texts_;
 };
 // The SDK's calls so far, "@T" added to those made on `task_thread`.
 inline Strings SdkCalls(DWORD task_thread) {
@@ -148,6 +124,15 @@ inline std::string Names(RTCEngine* engine, ListFn list) {
   FreeDeviceRecords(devices);
   return names;
 }
+// One pull as the SDK makes it: the picture, or "<n>" for a result without one; nothing written past it.
+inline std::string Pull(TRTCVideoFrame* frame) {
+  static std::vector<uint8_t> buffer(1920 * 1080 * 3 / 2 + 1);
+  std::fill(buffer.begin(), buffer.end(), 0xEE);
+  const int32_t n = LiteavPullVideoFrame(buffer.data(), static_cast<uint32_t>(buffer.size()), frame);
+  EXPECT_EQ(buffer[std::max(n, 0)], 0xEE);
+  EXPECT_TRUE(n > 0 || (frame->width == 0 && frame->length == buffer.size())) << "a pull without a picture";
+  return n > 0 ? std::string(buffer.begin(), buffer.begin() + n) : "<" + std::to_string(n) + ">";
+}
 // A script's argument as the parameter's type: "null" a null pointer, "*" a record without its NUL.
 struct Arg {
   const std::string& text;
@@ -172,22 +157,13 @@ class EngineTest : public ::testing::Test {
   void SetUp() override { Start(); }
   void TearDown() override { ReleaseRTCEngine(), LiteavReset(); }
   void Start(bool answer = true) {
-    ReleaseRTCEngine();
-    Forget();
-    engine_ = CreaeRTCEngine();
-    ASSERT_NE(engine_, nullptr);
-    events_.task_thread = task_ = LiteavInstanceThreadId();
-    engine_->Initialize(nullptr, &events_);
-    ASSERT_TRUE(liteav_control::FireCloud([&](ITRTCCloudCallback* sdk) { sdk_ = sdk; }));
-    Forget();
+    Run("release; forget; create; Initialize; forget");
     LiteavSetAutoAnswer(answer);
   }
   // The calls, log lines and events so far; the devices as at the start.
   void Forget() {
     LiteavReset();
-    liteav_control::SetDevices(TRTCDeviceTypeMic, {"Mic A", "Mic B"});
-    liteav_control::SetDevices(TRTCDeviceTypeCamera, {"Cam A", "Cam B"});
-    liteav_control::SetDevices(TRTCDeviceTypeSpeaker, {"Speaker A"});
+    Run("devices(0,Mic A,Mic B); devices(2,Cam A,Cam B); devices(1,Speaker A)");
     log_.Clear(), events_.Clear();
   }
   // Waits until the task thread has served every post so far and what those posted (a WM_TIMER dispatched).
@@ -209,8 +185,7 @@ class EngineTest : public ::testing::Test {
       lines.push_back(line.module == L"RTCEngineImpl" ? line.message : line.module + L":" + line.message);
     return lines;
   }
-  // Runs "Operation(a,b); onCallback(c); step": operations (results noted), callbacks, steps; "every": each
-  // op.
+  // Runs "Operation(a,b); onCallback(c); step": operations (results noted), callbacks, steps; "every" op.
   void Run(const std::string& script) {
     for (const std::string& statement : Split(script, ';')) {
       const size_t open = statement.find('('), begin = statement.find_first_not_of(' ');
@@ -248,7 +223,10 @@ class EngineTest : public ::testing::Test {
       E(StopAllRemoteView), E(StartRemoteDesktopView), E(StopRemoteDesktopView), E(Reserved3),
       E(SetRemoteStreamType), E(StartCameraDeviceTest), E(StopCameraDeviceTest), E(StartMicDeviceTest),
       E(StopMicDeviceTest), L(GetMicDevices), L(GetSpeakerDevices), L(GetCameraDevices),
-      {"PushDesktopFrame", [&] { events_.Note(Text(engine_->PushDesktopFrame(kPicture, 6, 2, 2, I(0)))); }},
+      {"PushDesktopFrame", [&] {  // "width,height,pts", a fourth argument for no data
+        events_.Note(Text(engine_->PushDesktopFrame(a.size() > 3 ? nullptr : kPicture, 6, I(0), I(1), I(2))));
+      }},
+      {"pull", [&] { TRTCVideoFrame frame; events_.Note(Pull(&frame)); }},
       {"Initialize", [&] { engine_->Initialize(nullptr, &events_), sdk_ = LiteavCloudCallback(); }},
       C(onEnterRoom), C(onExitRoom), C(onError), C(onWarning), C(onUserEnter), C(onUserExit), C(onStatistics),
       C(onUserVideoAvailable), C(onUserSubStreamAvailable), C(onUserAudioAvailable), C(onConnectionLost),

@@ -18,8 +18,7 @@ class RTCEngineImplTestPeer {
 namespace engine_test {
 namespace {
 
-// Without a task thread the engine is harmless and the next one starts; the library's level reaches a
-// listener.
+// Without a task thread the engine is harmless and the next one starts; the level reaches a listener.
 TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   Run("release; forget");
   {
@@ -29,7 +28,7 @@ TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   Run("every; Initialize; every; release; create");
   EXPECT_EQ(Log()[1], L"CreateThread failed!");
   EXPECT_EQ(SdkCalls(task_),
-            Split("getTRTCShareInstance()@T|getMicDevicesList()@T|getCameraDevicesList()@T", '|'));
+            Split("getTRTCShareInstance()@T|getMicDevicesList()@T|getCameraDevicesList()@T"));
   AudioDeviceTestEvent* test = static_cast<RTCEngineImpl*>(engine_);
   test->OnAudioLevel(3);
   Run("Initialize");
@@ -37,7 +36,7 @@ TEST_F(EngineTest, AnEngineWhoseThreadWasRefusedIsHarmless) {
   Run("UnInitialize");
   test->OnAudioLevel(5);
   EXPECT_EQ(events_.Count("=<false>"), 6);
-  EXPECT_EQ(events_.Texts().back(), "OnMicTestVolume(67)");
+  EXPECT_EQ(events_.Of().back(), "OnMicTestVolume(67)");
 }
 // Device records behind the loop's end are freed with it, one that can't be posted by its poster.
 TEST(EngineUnit, RecordsQueuedBehindTheEndOfTheTaskLoopAreFreed) {
@@ -64,8 +63,7 @@ LONG CALLBACK OnGuardPage(EXCEPTION_POINTERS* info) {
   g_on_guard_page();
   return EXCEPTION_CONTINUE_EXECUTION;  // the page is plain memory again
 }
-// A push reuses a pulled frame, allocating nothing; kept frames go back at UnInitialize and the stream's
-// stop.
+// A push reuses a pulled frame, allocating nothing; kept frames go back at UnInitialize and stream stop.
 TEST(EngineUnit, DesktopFramesAreReusedAndGoBackWhenTheHostLeavesOrTheStreamStops) {
   RTCEngine* engine = CreaeRTCEngine();
   const int width = 1920, height = 1080, size = width * height * 3 / 2;
