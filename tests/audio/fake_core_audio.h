@@ -28,14 +28,13 @@ inline ::AudioTest* g = nullptr;
 }  // namespace fake_audio
 
 // The one fixture: the Core Audio it scripts (mic1, mic2, spk1; the defaults mic1, spk1) under the journal's
-// lock, and a capture that retries after 20 ms.
+// lock, a capture that retries after 20 ms, and a host's endpoint listener.
 class AudioTest : public ::testing::Test,
                   public testing_support::WideJournal,
                   public AudioDeviceListenerEvent {
  public:
   // Scripted results: thrown, not returned; counted in `pauses` and successful once unscripted.
-  static constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF),
-                           kPause = static_cast<HRESULT>(0xDEADBEE0);
+  static constexpr HRESULT kThrow = HRESULT(0xDEADBEEF), kPause = HRESULT(0xDEADBEE0);
   struct Endpoint {
     std::wstring id, name;  // an empty name: the endpoint has none
     bool is_input = true;
@@ -54,14 +53,11 @@ class AudioTest : public ::testing::Test,
     audio::SetDeviceEnumeratorFactoryForTesting(nullptr), audio::SetMmThreadFunctionsForTesting(nullptr);
     base::SetClockPlatformForTesting(nullptr);
   }
-  // Starts, and waits for the `opens`-th stream to run.
-  void Run(bool is_input, const std::wstring& id, int opens = 1) {
+  void Run(bool is_input, const std::wstring& id, int opens = 1) {  // and waits for the `opens`-th stream
     ASSERT_TRUE(capture->StartDevice(is_input, id));
     ASSERT_TRUE(WaitFor(L"client1 Start", opens));
   }
-  void OnDeviceStateChanged(const wchar_t* id) override {  // the host's listener
-    Add(L"Changed(" + std::wstring(id) + L")");
-  }
+  void OnDeviceStateChanged(const wchar_t* id) override { Add(L"Changed(" + std::wstring(id) + L")"); }
   std::wstring Calls() {  // and forgets them
     std::wstring text;
     for (const std::wstring& call : Take()) text += call + L"; ";
@@ -74,8 +70,7 @@ class AudioTest : public ::testing::Test,
     auto it = std::find_if(endpoints.begin(), endpoints.end(), [&](auto& e) { return e.id == id; });
     return it == endpoints.end() ? nullptr : &*it;
   }
-  // Every call that begins with a key gives its result.
-  void Fail(std::map<std::wstring, HRESULT> results = {}) {
+  void Fail(std::map<std::wstring, HRESULT> results = {}) {  // a call that begins with a key gives its result
     Locked([&] { fail = results; });
   }
   // One packet of interleaved float frames (none: a wake-up only), signalled as the system does.
@@ -96,7 +91,6 @@ class AudioTest : public ::testing::Test,
     if (hr == kPause) Wait([&] { return fail.empty(); });
     return hr == kPause ? S_OK : hr;
   }
-
   void Live(int delta) {
     Locked([&] { live += delta; });
   }
@@ -106,7 +100,6 @@ class AudioTest : public ::testing::Test,
       samples.push_back(float(0.5 * std::sin(3.141592653589793 * (i / 2) / 24)));
     return samples;
   }
-
   std::vector<Endpoint> endpoints = {
       {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
   std::wstring defaults[2] = {L"spk1", L"mic1"};  // by is_input
