@@ -334,8 +334,7 @@ TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600MsAndItsHan
   quiet.OnCaptureStopped();
   meter.Stop();
   base::SetClockPlatformForTesting(nullptr);
-  // Full-scale packets (-1: 60 up); the handler stops, restarts or ends the test; or the host's restart
-  // fails.
+  // Full-scale packets (-1: 60 up); the handler stops, restarts or ends the test; the host restart fails.
   const std::vector<int> want[] = {{-1, 0}, {-1, -1, 0}, {-1}, {-1, 0}};
   for (int action = 0; action < 4; ++action) {
     Clear();
