@@ -1,10 +1,8 @@
-// Through roomcore.dll: sample arithmetic, and recording a tone played into the null sink through its
-// monitor, the default input.
+// Through roomcore.dll: sample arithmetic, and recording a tone played into the null sink from its monitor.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <thread>
 
 #include "audio/audio_testing.h"
@@ -14,28 +12,18 @@ namespace {
 
 using Floats = std::vector<float>;
 
-// Runs `f` on copies of `a` and `b` 16-byte aligned (the four-lane path) and a float past (per sample).
+// `f` on copies of `dst` and `src` 16-byte aligned (the four-lane path), then a float past (per sample).
 template <typename F>
-Floats Aligned(Floats& a, Floats& b, F f) {
-  Floats results[2], sources[2];
+std::vector<Floats> Aligned(const Floats& dst, const Floats& src, F f) {  // both copies of both
+  std::vector<Floats> out;
   for (int offset : {0, 1}) {
-    alignas(16) float x[1100], y[1100];
-    std::memcpy(x + offset, a.data(), a.size() * 4);
-    std::memcpy(y + offset, b.data(), b.size() * 4);
+    alignas(16) float x[16], y[16];
+    std::copy(dst.begin(), dst.end(), x + offset), std::copy(src.begin(), src.end(), y + offset);
     f(x + offset, y + offset);
-    results[offset].assign(x + offset, x + offset + a.size());
-    sources[offset].assign(y + offset, y + offset + b.size());
+    out.push_back(Floats(x + offset, x + offset + dst.size()));
+    out.push_back(Floats(y + offset, y + offset + src.size()));
   }
-  EXPECT_EQ(0, std::memcmp(results[0].data(), results[1].data(), a.size() * 4)) << "aligned and not differ";
-  EXPECT_EQ(sources[0], sources[1]);
-  b = sources[0];
-  return results[0];
-}
-
-Floats Q(std::initializer_list<int> quarters) {  // of full scale
-  Floats samples;
-  for (int q : quarters) samples.push_back(q / 4.0f);
-  return samples;
+  return out;
 }
 
 TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlaceAndMultiplyAppliesGain) {
@@ -43,16 +31,15 @@ TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlaceAndMultiplyAppliesGain)
     bool downmix;  // onto silence: the mix is the downmixed source, which the source becomes
     Floats dst, src, mixed;
   } cases[] = {
-      {false, Q({3, -3, 3, 1, 2}), Q({2, -2, 1, 2, 2}), Q({4, -4, 4, 3, 4})},
-      {true, Q({0, 0, 0, 0}), Q({4, 0, -4, 2}), Q({2, 2, -1, -1})},
-      {true, Floats(6), Q({1, 3, 2, 4, -2, 4}), Q({2, 2, 3, 3, 1, 1})},  // a block of four and a pair
+      {false, {.75, -.75, .75, .25, .5}, {.5, -.5, .25, .5, .5}, {1, -1, 1, .75, 1}},
+      {true, {0, 0, 0, 0}, {1, 0, -1, .5}, {.5, .5, -.25, -.25}},
+      {true, Floats(6), {.25, .75, .5, 1, -.5, 1}, {.5, .5, .75, .75, .25, .25}},  // four lanes, a pair
   };
-  for (auto c : cases) {
-    const Floats src = c.src;
+  for (const auto& c : cases) {
+    const Floats& after = c.downmix ? c.mixed : c.src;
     EXPECT_EQ(
-        Aligned(c.dst, c.src, [&](float* d, float* s) { MixAudio(d, s, unsigned(src.size()), c.downmix); }),
-        c.mixed);
-    EXPECT_EQ(c.src, c.downmix ? c.mixed : src);
+        Aligned(c.dst, c.src, [&](float* d, float* s) { MixAudio(d, s, unsigned(after.size()), c.downmix); }),
+        (std::vector<Floats>{c.mixed, after, c.mixed, after}));
   }
   float dst = 0.5f, src = 0.25f;
   MixAudio(&dst, &src, 0, true);
@@ -61,10 +48,11 @@ TEST(SampleMath, MixAddsClipsAndDownmixesTheSourceInPlaceAndMultiplyAppliesGain)
     float gain;
     int count;
     Floats want;
-  } gains[] = {{2, 6, Q({6, -4, 2, 8, 4, -8})}, {0, 6, Floats(6)}, {5, 0, Q({3, -2, 1, 4, 2, -4})}};
+  } gains[] = {{2, 6, {1.5, -1, .5, 2, 1, -2}}, {0, 6, Floats(6)}, {5, 0, {.75, -.5, .25, 1, .5, -1}}};
   for (const auto& c : gains) {  // without clipping
-    Floats samples = Q({3, -2, 1, 4, 2, -4}), none;
-    EXPECT_EQ(Aligned(samples, none, [&](float* s, float*) { MultiplyAudio(s, c.count, c.gain); }), c.want);
+    EXPECT_EQ(
+        Aligned({.75, -.5, .25, 1, .5, -1}, {}, [&](float* s, float*) { MultiplyAudio(s, c.count, c.gain); }),
+        (std::vector<Floats>{c.want, {}, c.want, {}}));
   }
 }
 
@@ -85,10 +73,9 @@ TEST(RealEndpoints, RecordsAPlayedToneAtItsFrequencyAndLevel) {
   int64_t previous = 0;
   std::vector<int16_t> all;
   for (const audio_testing::Block& b : recorder.blocks) {
-    EXPECT_TRUE(b.bits == 16 && b.rate == 44100 && b.channels == 1 && b.user_data == &recorder);
-    EXPECT_TRUE(b.timestamp <= TimeMicroseconds() &&
-                b.timestamp >= previous - 20000);  // forward, within jitter
-    previous = b.timestamp;
+    EXPECT_TRUE(b.bits == 16 && b.rate == 44100 && b.channels == 1 && b.user_data == &recorder &&
+                b.timestamp <= TimeMicroseconds() && b.timestamp >= previous - 20000);
+    previous = b.timestamp;  // forward, within jitter
     const int16_t* samples = reinterpret_cast<const int16_t*>(b.bytes.data());
     all.insert(all.end(), samples, samples + b.bytes.size() / 2);
   }

@@ -1,39 +1,17 @@
-// What the audio tests share: waits on state that the capture thread changes; a recorder of what it delivers.
+// What the audio tests share: a recorder of what the capture thread delivers, and waits on it.
 #pragma once
 
 #include <windows.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "audio/audio_device_test_event.h"
 #include "audio/tone_player.h"
+#include "common/journal.h"
 #include "roomcore/audio.h"
 
 namespace audio_testing {
-
-class Monitor {
- public:
-  // Runs `change` under the lock, wakes the waiters, and gives its result.
-  template <typename F>
-  auto Locked(F change) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    changed_.notify_all();
-    return change();
-  }
-  template <typename F>
-  bool Wait(F done, int timeout_ms = 5000) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), done);
-  }
-  std::mutex mutex_;
-
- private:
-  std::condition_variable changed_;
-};
 
 struct Block {
   void* user_data;
@@ -43,7 +21,8 @@ struct Block {
   DWORD thread;
 };
 
-class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public Monitor {  // and of levels
+// What a capture delivers, and a microphone test's levels.
+class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public testing_support::Monitor {
  public:
   void OnAudioData(void* user_data, const void* data, int size, int bits, int rate, int channels,
                    int64_t timestamp) override {

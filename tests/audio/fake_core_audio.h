@@ -1,5 +1,4 @@
-// Scripted Core Audio behind the library's enumerator factory: calls are journalled by name
-// ("GetDevice(mic1)", "client1 Initialize(0,0x40000,...)") and `fail` decides their results.
+// Scripted Core Audio behind the library's enumerator factory: calls journalled ("client1 Start"), `fail`ed.
 #pragma once
 
 #include <windows.h>
@@ -16,6 +15,7 @@
 #include "audio/audio_capture_impl.h"
 #include "audio/audio_testing.h"
 #include "audio/core_audio.h"
+#include "base/clock_internal.h"
 
 #define COM HRESULT STDMETHODCALLTYPE
 #define NOT_USED(...) \
@@ -27,13 +27,14 @@ inline HRESULT CreateEnumerator(IMMDeviceEnumerator** enumerator);
 inline ::AudioTest* g = nullptr;
 }  // namespace fake_audio
 
-// The folder's one fixture, and the Core Audio it scripts (its members guarded by mutex_): mic1 (the
-// default), mic2 and spk1 (the default), and a capture that retries after 20 ms.
-class AudioTest : public ::testing::Test, public audio_testing::Monitor {
+// The one fixture: the Core Audio it scripts (mic1, mic2, spk1; the defaults mic1, spk1) under the journal's
+// lock, a capture that retries after 20 ms, and a host's endpoint listener.
+class AudioTest : public ::testing::Test,
+                  public testing_support::WideJournal,
+                  public AudioDeviceListenerEvent {
  public:
   // Scripted results: thrown, not returned; counted in `pauses` and successful once unscripted.
-  static constexpr HRESULT kThrow = static_cast<HRESULT>(0xDEADBEEF),
-                           kPause = static_cast<HRESULT>(0xDEADBEE0);
+  static constexpr HRESULT kThrow = HRESULT(0xDEADBEEF), kPause = HRESULT(0xDEADBEE0);
   struct Endpoint {
     std::wstring id, name;  // an empty name: the endpoint has none
     bool is_input = true;
@@ -49,30 +50,27 @@ class AudioTest : public ::testing::Test, public audio_testing::Monitor {
   ~AudioTest() override {
     AudioCapture::Release(capture);
     EXPECT_TRUE(Wait([this] { return live == 0; })) << "a Core Audio reference outlived its owner";
-    audio::SetDeviceEnumeratorFactoryForTesting(nullptr);
+    audio::SetDeviceEnumeratorFactoryForTesting(nullptr), audio::SetMmThreadFunctionsForTesting(nullptr);
+    base::SetClockPlatformForTesting(nullptr);
   }
-  // Starts, and waits for the `opens`-th stream to run.
-  void Run(bool is_input, const std::wstring& id, int opens = 1) {
+  void Run(bool is_input, const std::wstring& id, int opens = 1) {  // and waits for the `opens`-th stream
     ASSERT_TRUE(capture->StartDevice(is_input, id));
     ASSERT_TRUE(WaitFor(L"client1 Start", opens));
   }
-  std::wstring Journal() {  // and empties it
+  void OnDeviceStateChanged(const wchar_t* id) override { Add(L"Changed(" + std::wstring(id) + L")"); }
+  std::wstring Calls() {  // and forgets them
     std::wstring text;
-    Locked([&] {
-      for (const std::wstring& call : calls) text += call + L"; ";
-      calls.clear();
-    });
+    for (const std::wstring& call : Take()) text += call + L"; ";
     return text;
   }
-  void Add(const Endpoint& e) {  // or replace, in place
+  void Plug(const Endpoint& e) {  // or replace, in place
     Locked([&] { Find(e.id) ? void(*Find(e.id) = e) : endpoints.push_back(e); });
   }
   Endpoint* Find(const std::wstring& id) {
     auto it = std::find_if(endpoints.begin(), endpoints.end(), [&](auto& e) { return e.id == id; });
     return it == endpoints.end() ? nullptr : &*it;
   }
-  // Every call that begins with a key gives its result.
-  void Fail(std::map<std::wstring, HRESULT> results = {}) {
+  void Fail(std::map<std::wstring, HRESULT> results = {}) {  // a call that begins with a key gives its result
     Locked([&] { fail = results; });
   }
   // One packet of interleaved float frames (none: a wake-up only), signalled as the system does.
@@ -82,19 +80,10 @@ class AudioTest : public ::testing::Test, public audio_testing::Monitor {
       if (signal && event) SetEvent(event);
     });
   }
-  int Matching(const std::wstring& prefix) {
-    return int(std::count_if(calls.begin(), calls.end(), [&](auto& c) { return !c.find(prefix); }));
-  }
-  int Count(const std::wstring& prefix) {  // journalled calls that begin so
-    return Locked([&] { return Matching(prefix); });
-  }
-  bool WaitFor(const std::wstring& prefix, int times = 1, int timeout_ms = 5000) {
-    return Wait([&] { return Matching(prefix) >= times; }, timeout_ms);
-  }
   HRESULT Call(const std::wstring& call, bool quiet = false) {  // journals `call` unless quiet
     HRESULT hr = S_OK;
     Locked([&] {
-      if (!quiet) calls.push_back(call);
+      if (!quiet) lines_.push_back(call);
       for (const auto& f : fail) hr = call.find(f.first) ? hr : f.second;
       pauses += hr == kPause;
     });
@@ -102,22 +91,19 @@ class AudioTest : public ::testing::Test, public audio_testing::Monitor {
     if (hr == kPause) Wait([&] { return fail.empty(); });
     return hr == kPause ? S_OK : hr;
   }
-
+  void Live(int delta) {
+    Locked([&] { live += delta; });
+  }
   static std::vector<float> Sine(int frames = 480) {  // stereo, 1 kHz at 48 kHz, half scale
     std::vector<float> samples;
     for (int i = 0; i < frames * 2; ++i)
       samples.push_back(float(0.5 * std::sin(3.141592653589793 * (i / 2) / 24)));
     return samples;
   }
-  void Live(int delta) {
-    Locked([&] { live += delta; });
-  }
-
   std::vector<Endpoint> endpoints = {
       {L"mic1", L"Microphone"}, {L"mic2", L"Headset"}, {L"spk1", L"Speakers", false}};
   std::wstring defaults[2] = {L"spk1", L"mic1"};  // by is_input
   std::map<std::wstring, HRESULT> fail;
-  std::vector<std::wstring> calls;
   std::vector<std::vector<float>> packets;
   HANDLE event = nullptr;
   IMMNotificationClient* client = nullptr;

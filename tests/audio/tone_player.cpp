@@ -3,7 +3,6 @@
 #include <mmsystem.h>
 
 #include <cmath>
-#include <cstring>
 
 namespace audio_testing {
 namespace {
@@ -19,23 +18,18 @@ BOOL PlaySoundNow(LPCWSTR sound, DWORD flags) {
   return play(sound, nullptr, flags);
 }
 
-// An output of this name: winmm names its devices after the Core Audio endpoints.
-bool HasOutput(const std::wstring& name) {
+}  // namespace
+
+// Ten seconds of 16-bit stereo at 44100 Hz (whole periods of whole-hertz tones), as a WAVE file in memory.
+bool TonePlayer::Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape) {
+  Stop();
   static const auto count = Winmm<UINT(WINAPI*)()>("waveOutGetNumDevs");
   static const auto caps = Winmm<MMRESULT(WINAPI*)(UINT_PTR, LPWAVEOUTCAPSW, UINT)>("waveOutGetDevCapsW");
   WAVEOUTCAPSW out;
-  for (UINT i = 0; i < count(); ++i)
-    if (caps(i, &out, sizeof(out)) == MMSYSERR_NOERROR && name == out.szPname) return true;
-  return false;
-}
-
-}  // namespace
-
-// Ten seconds of 16-bit stereo at 44100 Hz, a whole number of periods for
-// whole-hertz tones, as a WAVE file in memory.
-bool TonePlayer::Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape) {
-  Stop();
-  if (!HasOutput(endpoint_name)) return false;
+  bool found = false;  // winmm names its devices after the Core Audio endpoints
+  for (UINT d = 0; d < count(); ++d)
+    found |= caps(d, &out, sizeof(out)) == MMSYSERR_NOERROR && endpoint_name == out.szPname;
+  if (!found) return false;
   const uint32_t rate = 44100, frames = rate * 10, bytes = frames * 4;
   const uint32_t header[] = {
       0x46464952, 36 + bytes, 0x45564157, 0x20746d66, 16,   0x00020001,

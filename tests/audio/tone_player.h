@@ -1,5 +1,4 @@
-// A tone played into the test run's sound server, whose only sink is the null
-// sink "Null Output": its monitor, the default input, records it.
+// A tone played into the test run's only sink, "Null Output", whose monitor (the default input) records it.
 #pragma once
 
 #include <windows.h>
@@ -13,8 +12,8 @@ class TonePlayer {
  public:
   enum class Shape { kSine, kSquare };
   ~TonePlayer() { Stop(); }
-  // Loops the tone (full scale 1.0) on the default output, which must be
-  // the endpoint of this name; false if there is none.
+  // Loops the tone (full scale 1.0) on the default output, which must be the endpoint of this name; false if
+  // there is none.
   bool Start(const std::wstring& endpoint_name, double frequency, double amplitude, Shape shape);
   void Stop();
 
