@@ -125,7 +125,7 @@ TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
 // Records behind the stop are freed by the loop's end, one that can't be posted by the sender.
 TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
   struct Blocker : Journal {
-    void OnImEvent(int, int, const char*) override { SetEvent(in.get()), Wait(out.get()); }
+    void OnImEvent(int, int, const char*) override { SetEvent(in.get()), im_test::Wait(out.get()); }
     base::ScopedHandle in{NewEvent()}, out{NewEvent()};
   } blocker;
   Join();
