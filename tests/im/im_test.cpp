@@ -254,9 +254,16 @@ TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoins
   DrainTasks();
   EXPECT_EQ(Sdk("TIMMsgSendNewMsg").back(), Sent(Board("after")) + " in TIMGroupJoin");
 }
-// Of a received batch group messages from others pass, C2C ones from any conversation; keys of a wrong
-// type count as missing. A send applies only the JSON writer's escapes; its data is cut at its first NUL.
-TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatchAndEachSendGoesOutAsOneMessage) {
+// Of a batch, group messages from others pass, C2C ones from any conversation; keys of a wrong type count as
+// missing; deeper than 256 levels, it is refused before the parse, which recurses. Data held for want of an
+// interface goes to the thread that sets one, as the own user's; data arriving meanwhile waits behind it.
+TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatchAndWhatIsHeldForIt) {
+  const std::string live = "[" + Msg(Custom("live")) + "]";
+  journal_.then = [&](const std::string& line) {
+    if (line != "wb group-1|alice|held 1|6 here") return;
+    ImsdkDeliverMessages(live.c_str());
+    log_.WaitFor(L"HandleTIMRecvNewMsgCallback:" + std::wstring(live.begin(), live.end()));
+  };
   Join();
   manager_->SetWhiteBoardCallback(&journal_);
   Deliver("not json");
@@ -280,10 +287,37 @@ TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatchAndEachSendGoesOutAsOneMessage)
       L("ev 1|0|login success;ev 4|0|success;wb group-1|bob|one|3;;wb group-1|bob||0;text group-1|bob|hello "
         "group;c2c bob|hi;c2cdata bob|data|4;text group-1|bob|untyped;wb group-1|bob|kept|4");
   want[3] = S({"wb group-1|bob|a\0b\"\xc3\xa9|6", 23});
-  EXPECT_EQ(journal_.Of(), want);
+  EXPECT_EQ(journal_.Take(), want);
   EXPECT_EQ(Log(L"HandleTIMRecv"), Sorted({"HandleTIMRecvNewMsgCallback:" + batch,
                                            "HandleTIMRecvNewMsgCallback:{\"message_conv_type\":2}"}));
   EXPECT_TRUE(Logged("OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: kept"));
+  const std::string brackets = std::string(100000, '[') + "\"{" + std::string(100000, '{');
+  const std::string quoted = std::string(100000, '[') + "\\\"{" + std::string(100000, '{');
+  const std::pair<int, std::string> nests[] = {{254, "254"}, {255, "255"}, {100000, "x"}, {1, quoted}};
+  for (const auto& [n, d] : nests)  // the message is the second level, its nest beside the elements
+    Deliver("[" + Msg(Custom(d)).insert(1, "\"x\":" + std::string(n, '[') + std::string(n, ']') + ",") + "]");
+  EXPECT_EQ(journal_.Take(), (Lines{"wb group-1|bob|254|3", "wb group-1|bob|" + brackets + "|200002"}));
+  EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
+  manager_->SetWhiteBoardCallback(nullptr);
+  Deliver("[" + Msg(Custom("held 1")) + "]");
+  Deliver("[" + Msg(Custom("")) + "," + Msg(Text("text")) + "," + Msg(Custom("c2c"), "bob", "bob", 1) + "]");
+  const std::string push = "HandleRecvGroupCustomMsg: push msg to cache: ",
+                    flush = "OnRecvWhiteBoardData in Set";
+  EXPECT_EQ(Log(L"HandleRecvGroupCustomMsg"), L(push + ";" + push + "held 1"));
+  manager_->SetWhiteBoardCallback(&journal_);
+  ASSERT_TRUE(journal_.WaitFor("wb", 3) && ImsdkWaitIdle(kWait));
+  manager_->SetWhiteBoardCallback(&journal_);  // nothing held any more; logged in, so no login either
+  DrainTasks();
+  EXPECT_EQ(journal_.Take(), L("text group-1|bob|text;c2cdata bob|c2c|3;wb group-1|alice|held 1|6 here;wb "
+                               "group-1|alice|null|0 here;wb group-1|bob|live|4;ev 5|0|success"));
+  EXPECT_EQ(Log(L"OnRecvWhiteBoardData in Set"),
+            L(flush + "WhiteBoardCallback: ;" + flush + "WhiteBoardCallback: held 1"));
+  EXPECT_TRUE(Logged("SetWhiteBoardCallback:0x0"));
+}
+// Only the JSON writer's escapes apply; data is cut at its first NUL.
+TEST_F(ImTest, EachSendGoesOutAsOneMessageAndItsOutcomeReachesBothInterfaces) {
+  Join();
+  manager_->SetWhiteBoardCallback(&journal_);
   const std::string data = S("say \"hi\" \\ back\n\t\x01\x1f") + "\xc3\xa9\xe2\x82\xac\xff\x80";
   const struct {
     std::function<void()> send;
@@ -312,33 +346,6 @@ TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatchAndEachSendGoesOutAsOneMessage)
   }
   EXPECT_TRUE(Logged("SendWhiteBoardData:ab") && Logged("SendWhiteBoardData:"));
   EXPECT_TRUE(Logged("OnSendWhiteBoardDataTask, ret: 1", 3));
-}
-// Held data goes to the setting thread with the own user as sender; data arriving meanwhile waits behind it.
-TEST_F(ImTest, WhiteBoardDataIsHeldUntilAnInterfaceIsSet) {
-  const std::string live = "[" + Msg(Custom("live")) + "]";
-  journal_.then = [&](const std::string& line) {  // the first line of the flush
-    if (line.rfind("wb", 0) != 0 || journal_.Count("wb") > 1) return;
-    ImsdkDeliverMessages(live.c_str());
-    log_.WaitFor(L"HandleTIMRecvNewMsgCallback:" + std::wstring(live.begin(), live.end()));
-  };
-  Join();
-  manager_->SetWhiteBoardCallback(&journal_);
-  manager_->SetWhiteBoardCallback(nullptr);
-  Deliver("[" + Msg(Custom("held 1")) + "]");
-  Deliver("[" + Msg(Custom("")) + "," + Msg(Text("text")) + "," + Msg(Custom("c2c"), "bob", "bob", 1) + "]");
-  const std::string push = "HandleRecvGroupCustomMsg: push msg to cache: ",
-                    flush = "OnRecvWhiteBoardData in Set";
-  EXPECT_EQ(Log(L"HandleRecvGroupCustomMsg"), L(push + ";" + push + "held 1"));
-  manager_->SetWhiteBoardCallback(&journal_);
-  ASSERT_TRUE(journal_.WaitFor("wb", 3) && ImsdkWaitIdle(kWait));
-  manager_->SetWhiteBoardCallback(&journal_);  // nothing held any more; logged in, so no login either
-  DrainTasks();
-  EXPECT_EQ(journal_.Of(), L("ev 1|0|login success;ev 4|0|success;text group-1|bob|text;c2cdata bob|c2c|3;wb "
-                             "group-1|alice|held 1|6 here;wb group-1|alice|null|0 here;wb group-1|bob|live|4;"
-                             "ev 5|0|success"));
-  EXPECT_EQ(Log(L"OnRecvWhiteBoardData in Set"),
-            L(flush + "WhiteBoardCallback: ;" + flush + "WhiteBoardCallback: held 1"));
-  EXPECT_TRUE(Logged("SetWhiteBoardCallback:0x0"));
 }
 
 }  // namespace

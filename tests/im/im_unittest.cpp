@@ -16,7 +16,6 @@ class ImManagerImplTestPeer {
   static bool WaitForTaskEnd(ImManager* m) {
     return WaitForSingleObject(Impl(m)->stop_event_.get(), 5000) == 0;
   }
-  static void Receive(ImManager* m, const char* json) { Impl(m)->HandleTIMRecvNewMsgCallback(json); }
   static bool NoLockHeld(ImManager* manager) {  // by any thread, the caller included
     ImManagerImpl* m = Impl(manager);
     int free = 0;
@@ -99,28 +98,6 @@ TEST_F(ImTest, TheFlushSendsWithNoLockOfTheManagerHeld) {
   ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 2, kWait) && ImsdkWaitIdle(kWait));
   FundusSetLogSink(nullptr, nullptr);
   EXPECT_EQ(lock_free, 2);
-}
-DWORD WINAPI Receive(LPVOID json) {  // (a named WINAPI function: on x86 a lambda does not convert to one)
-  Peer::Receive(ImManager::GetImManagerInstance(), static_cast<std::string*>(json)->c_str());
-  return 0;
-}
-// The parse recurses once a level, on the 1 MB stack of an SDK thread; brackets inside strings are data.
-TEST_F(ImTest, ABatchNestedDeeperThan256LevelsIsRefusedBeforeTheParse) {
-  Join();
-  manager_->SetWhiteBoardCallback(&journal_);
-  const std::string brackets = std::string(100000, '[') + "\"{" + std::string(100000, '{');
-  const std::string quoted = std::string(100000, '[') + "\\\"{" + std::string(100000, '{');
-  const std::pair<int, std::string> cases[] = {{254, "254"}, {255, "255"}, {100000, "x"}, {1, quoted}};
-  for (const auto& [levels, data] : cases) {  // the message is the second level, its nest beside the elements
-    const std::string nest = std::string(levels, '[') + std::string(levels, ']');
-    std::string json = "[" + Msg(Custom(data)).insert(1, "\"x\":" + nest + ",") + "]";
-    HANDLE thread =
-        CreateThread(nullptr, 1 << 20, &Receive, &json, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
-    ASSERT_TRUE(Wait(thread));
-    CloseHandle(thread);
-  }
-  EXPECT_EQ(journal_.Of("wb"), (Lines{"wb group-1|bob|254|3", "wb group-1|bob|" + brackets + "|200002"}));
-  EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
 }
 // Records behind the stop are freed by the loop's end, one that can't be posted by the sender.
 TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
