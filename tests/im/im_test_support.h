@@ -65,12 +65,8 @@ inline std::string Msg(const std::string& elements, const std::string& conv = kG
   return "{\"message_conv_type\":" + N(type) + ",\"message_conv_id\":\"" + conv + "\",\"message_sender\":\"" +
          from + "\",\"message_elem_array\":[" + elements + "]}";
 }
-inline std::string Custom(const std::string& d) {
-  return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}";
-}
-inline std::string Text(const std::string& t) {
-  return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}";
-}
+inline std::string Custom(std::string d) { return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}"; }
+inline std::string Text(std::string t) { return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}"; }
 class ImTest : public ::testing::Test {
  protected:
   void SetUp() override { Fresh(); }

@@ -13,15 +13,12 @@ class ImManagerImplTestPeer {
   static ImManagerImpl* Impl(ImManager* m) { return static_cast<ImManagerImpl*>(m); }
   static DWORD TaskThread(ImManager* m) { return Impl(m)->task_thread_id_; }
   static void SetNeedLogout(ImManager* m) { Impl(m)->need_logout_ = true; }
-  static bool WaitForTaskEnd(ImManager* m) {
-    return WaitForSingleObject(Impl(m)->stop_event_.get(), 5000) == 0;
-  }
+  static HANDLE StopEvent(ImManager* m) { return Impl(m)->stop_event_.get(); }
   static bool NoLockHeld(ImManager* manager) {  // by any thread, the caller included
     ImManagerImpl* m = Impl(manager);
-    int free = 0;
     for (base::Lock* lock : {&m->whiteboard_lock_, &m->event_lock_, &m->queue_lock_, &m->strings_lock_})
-      if (lock->Try()) lock->Release(), ++free;
-    return free == 4;
+      if (!lock->Try() || (lock->Release(), false)) return false;
+    return true;
   }
 };
 
@@ -115,7 +112,7 @@ TEST_F(ImTest, SendRecordsQueuedBehindTheStopAreFreed) {
   ASSERT_TRUE(PostThreadMessageW(Peer::TaskThread(manager_), IMTask_Stop, 0, 0));
   for (const char* data : {"one", "two", "three"}) manager_->SendWhiteBoardData(data, 3, nullptr);
   SetEvent(blocker.out.get());
-  ASSERT_TRUE(Peer::WaitForTaskEnd(manager_));
+  ASSERT_TRUE(Wait(Peer::StopEvent(manager_)));
   manager_->SendWhiteBoardData("late", 4, nullptr);
   EXPECT_EQ(testing_support::LiveAllocations(), live);
   EXPECT_EQ(Calls("TIMMsgSendNewMsg"), 0);
