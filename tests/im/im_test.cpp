@@ -1,7 +1,7 @@
 // ImManager as a host sees it, against the scriptable imsdk.dll stand-in.
-#include <atomic>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "base/scoped_handle.h"
 #include "im/im_test_support.h"
