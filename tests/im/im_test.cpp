@@ -1,7 +1,7 @@
 // ImManager as a host sees it, against the scriptable imsdk.dll stand-in.
-#include <atomic>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "base/scoped_handle.h"
 #include "im/im_test_support.h"
@@ -15,10 +15,9 @@ const std::string kLoginTask =  // one login task's calls, up to TIMLogin
     "TIMSetConfig({\"set_config_is_log_output_console\":false,\"set_config_callback_log_level\":1},p,self);"
     "TIMLogin(alice,sig,p,self)";
 std::string Sent(const std::string& element, const std::string& conv = kGroup, int type = 2) {
-  const std::string sent = Msg(element, conv, "alice", type);
-  return "TIMMsgSendNewMsg(" + conv + "," + N(type) + "," + sent.substr(0, sent.find(",\"message_elem")) +
-         ",\"message_client_time\":T,\"message_server_time\":T" + sent.substr(sent.find(",\"message_elem")) +
-         ",p,p)";
+  std::string sent = Msg(element, conv, "alice", type);
+  sent.insert(sent.find("\"message_elem"), "\"message_client_time\":T,\"message_server_time\":T,");
+  return "TIMMsgSendNewMsg(" + conv + "," + N(type) + "," + sent + ",p,p)";
 }
 std::string Board(const std::string& data) {
   return "{\"elem_type\":3,\"custom_elem_data\":\"" + data +
@@ -40,7 +39,6 @@ TEST_F(ImTest, ALoginFromNothingToTheGroupAndTheEndOfTheInstance) {
                      "TIMSetConfig TIMSetConfig:success_code=0, success_desc=OK;JoinGroupTask:group id:"
                      "group-1;TIMLogin callback:success_code=0, success_desc=OK;JoinGroup callback:"
                      "succes_code=0, success_desc=OK")));
-  EXPECT_STREQ(manager_->GetUsrId(), "alice");
   const size_t before = Sdk().size();
   ImManager::DestroyImManagerInstance(), ImManager::DestroyImManagerInstance();  // the second: nothing left
   EXPECT_EQ(Sdk(nullptr, before), L("TIMSetNetworkStatusListenerCallback(null,null) here;TIMSetKickedOffline"
@@ -55,31 +53,28 @@ TEST_F(ImTest, ALoginFromNothingToTheGroupAndTheEndOfTheInstance) {
 }
 // During a destroy a handler on its task thread gets the dying object, any other thread a new one.
 TEST_F(ImTest, DuringADestroyOnlyItsTaskThreadGetsTheDyingInstance) {
-  struct Handler : Journal {
-    void OnImEvent(int event, int code, const char* desc) override {
-      Journal::OnImEvent(event, code, desc);
-      MSG msg;  // until the destroy has posted its stop to this thread
-      for (int i = 0; i < 100 && !PeekMessageW(&msg, nullptr, 8000, 8000, PM_NOREMOVE); ++i)
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, kWait, QS_POSTMESSAGE);
-      own = ImManager::GetImManagerInstance();
-      SetEvent(dying.get());
-      answered_early = WaitForSingleObject(answered.get(), 100) == WAIT_OBJECT_0;  // as the dying one would
-    }
-    ImManager* own = nullptr;
-    bool answered_early = false;
-    base::ScopedHandle dying{NewEvent()}, answered{NewEvent()};
-  } handler;
-  manager_->SetEventCallback(&handler);
+  ImManager* own = nullptr;
+  bool answered_early = false;
+  base::ScopedHandle dying{NewEvent()}, answered{NewEvent()};
+  journal_.then = [&](const std::string&) {
+    MSG msg;  // until the destroy has posted its stop to this thread
+    for (int i = 0; i < 100 && !PeekMessageW(&msg, nullptr, 8000, 8000, PM_NOREMOVE); ++i)
+      MsgWaitForMultipleObjects(0, nullptr, FALSE, kWait, QS_POSTMESSAGE);
+    own = ImManager::GetImManagerInstance();
+    SetEvent(dying.get());
+    answered_early = WaitForSingleObject(answered.get(), 100) == WAIT_OBJECT_0;  // as the dying one would
+  };
+  manager_->SetEventCallback(&journal_);
   ImsdkScriptResult("TIMInit", 1);  // the failed login is reported on the task thread
   manager_->LogInAndJoinGroup("1", "2", "alice", "sig", kGroup);
   std::thread destroy([] { ImManager::DestroyImManagerInstance(); });
-  ASSERT_TRUE(Wait(handler.dying.get()));
+  ASSERT_TRUE(Wait(dying.get()));
   const std::string user = ImManager::GetImManagerInstance()->GetUsrId();
-  SetEvent(handler.answered.get());
+  SetEvent(answered.get());
   destroy.join();
-  EXPECT_EQ(handler.Of(), L("ev 1|-1|initialize failed!"));
-  EXPECT_EQ(handler.own, manager_);
-  EXPECT_FALSE(handler.answered_early);
+  EXPECT_EQ(journal_.Of(), L("ev 1|-1|initialize failed!"));
+  EXPECT_EQ(own, manager_);
+  EXPECT_FALSE(answered_early);
   EXPECT_EQ(user, "");
 }
 TEST_F(ImTest, InitializeWithItsConfigurationAndTheOutcomesOfItsStepsAndTheJoin) {
@@ -168,7 +163,7 @@ TEST_F(ImTest, AFailedLoginIsRetriedThreeTimesAndTheCountStartsAgain) {
     ASSERT_TRUE(failures == 4 || journal_.WaitFor("ev 13|0|"));
     log_.Clear();
     for (int i = 0; i < 4; ++i) ImsdkScriptCallback("TIMLogin", 70001, "again");
-    manager_->ReLogIn();
+    manager_->SetWhiteBoardCallback(&journal_);  // not logged in: so it logs in
     ASSERT_TRUE(journal_.WaitFor("ev 1|70001", 4));
     DrainTasks();
     EXPECT_EQ(Calls("TIMLogin"), static_cast<int>(attempts.size()) + 4);
@@ -217,17 +212,102 @@ TEST_F(ImTest, AfterAQuitOrAKickALoginJoinsAgain) {
     EXPECT_TRUE(Logged("LogoutAndQuitGroup:group id:group-1", 2) && Logged("OnLogoutTask", 2));
   }
 }
-TEST_F(ImTest, SettingTheWhiteBoardInterfaceStartsALoginOnlyWhileNotLoggedIn) {
-  ImsdkHoldCallbacks("TIMLogin", 1);
-  LogIn();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMLogin", 1, kWait));
+// Data sent during the join's report or flush doesn't overtake the flush; after the quit it waits for a join.
+TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoinsCallback) {
+  base::ScopedHandle joined{NewEvent()}, gate{NewEvent()};
+  journal_.then = [&](const std::string& line) {
+    if (line.rfind("ev 4|", 0) == 0) SetEvent(joined.get()), WaitForSingleObject(gate.get(), kWait);
+  };
+  manager_->SendWhiteBoardData("too early", 9, Tag(9));
   manager_->SetWhiteBoardCallback(&journal_);
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMLogin", 2, kWait));
-  ImsdkHoldCallbacks("TIMLogin", 0);
-  ASSERT_TRUE(journal_.WaitFor("ev 4|", 2));
-  manager_->SetWhiteBoardCallback(nullptr);
+  manager_->SetEventCallback(&journal_);
+  ImsdkHoldCallbacks("TIMGroupJoin", 1);
+  manager_->LogInAndJoinGroup("1", "2", "alice", "sig", kGroup);
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
+  for (intptr_t i = 1; i <= 2; ++i) manager_->SendWhiteBoardData(("d" + N(i)).c_str(), 2, Tag(i));
+  manager_->SendC2CTextMessage("bob", "dropped");
+  manager_->SendGroupTextMessage("at once");
+  Lines sent = {Sent(Text("at once")) + " here"};
+  ASSERT_TRUE(ImsdkWaitIdle(kWait));
+  EXPECT_EQ(Sdk("TIMMsgSendNewMsg"), sent);
+  ImsdkHoldCallbacks("TIMGroupJoin", 0);
+  ASSERT_TRUE(Wait(joined.get()));
+  manager_->SendWhiteBoardData("d3", 2, Tag(3));
+  ImsdkBlockCalls("TIMMsgSendNewMsg", 4);  // d3, the flush's last record
+  SetEvent(gate.get());
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 4, kWait));
+  manager_->SendWhiteBoardData("d4", 2, Tag(4));
+  manager_->LogoutAndQuitGroup();
+  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));  // out of the group now
+  manager_->SendWhiteBoardData("after", 5, Tag(5));
+  ImsdkBlockCalls("TIMMsgSendNewMsg", 0);
+  ASSERT_TRUE(journal_.WaitFor("res ", 5) && journal_.WaitFor("ev 5|") && ImsdkWaitIdle(kWait));
+  for (int i = 1; i <= 4; ++i) sent.push_back(Sent(Board("d" + N(i))) + " in TIMGroupJoin");
+  EXPECT_EQ(Sdk("TIMMsgSendNewMsg"), sent);
+  EXPECT_EQ(journal_.Of("res"), L("res 0|OK|0;res 0|OK|1;res 0|OK|2;res 0|OK|3;res 0|OK|4"));
+  EXPECT_EQ(journal_.Of("ev 7|"), Lines{});
+  manager_->ReLogIn();
   DrainTasks();
-  EXPECT_EQ(Calls("TIMInit"), 2);
+  EXPECT_EQ(Sdk("TIMMsgSendNewMsg").back(), Sent(Board("after")) + " in TIMGroupJoin");
+}
+// Of a batch, group messages from others pass, C2C ones from any conversation; keys of a wrong type count as
+// missing; deeper than 256 levels, it is refused before the parse, which recurses. Data held for want of an
+// interface goes to the thread that sets one, as the own user's; data arriving meanwhile waits behind it.
+TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatchAndWhatIsHeldForIt) {
+  const std::string live = "[" + Msg(Custom("live")) + "]";
+  journal_.then = [&](const std::string& line) {
+    if (line != "wb group-1|alice|held 1|6 here") return;
+    ImsdkDeliverMessages(live.c_str());
+    log_.WaitFor(L"HandleTIMRecvNewMsgCallback:" + std::wstring(live.begin(), live.end()));
+  };
+  Join();
+  manager_->SetWhiteBoardCallback(&journal_);
+  Deliver("not json");
+  const std::string head = "{\"message_conv_type\":2,\"message_sender\":\"bob\",\"message_";
+  const std::string batch =
+      "[" + Msg(Custom("other group"), "group-9") + "," + Msg(Custom("my own"), kGroup, "alice") + "," +
+      Msg(Text("mine"), "alice", "alice", 1) + "," +
+      Msg(Custom("one") + "," + Custom("a\\u0000b\\\"\xc3\xa9") + "," + Custom("")) + "," +
+      Msg(Text("hello group")) + "," + Msg(Text("hi") + "," + Custom("data"), "bob", "bob", 1) +
+      ",{\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\",\"message_elem_array\":[" +
+      Custom("no type") + "]}," + head + "conv_id\":1,\"message_elem_array\":[" + Custom("numeric") + "]}," +
+      head + "elem_array\":[" + Custom("no conv") + "]}," + head +
+      "conv_id\":\"group-1\",\"message_elem_array\":" + Custom("no array") + "}," +
+      Msg("{\"elem_type\":3,\"custom_elem_data\":5},{\"elem_type\":1,\"text_elem_content\":\"x\"},{\"text_"
+          "elem_content\":\"untyped\"},{\"elem_type\":0,\"text_elem_content\":7},42," +
+          Custom("kept")) +
+      ",42]";
+  Deliver(batch);
+  Deliver("{\"message_conv_type\":2}");  // no array: no messages
+  Lines want =
+      L("ev 1|0|login success;ev 4|0|success;wb group-1|bob|one|3;;wb group-1|bob||0;text group-1|bob|hello "
+        "group;c2c bob|hi;c2cdata bob|data|4;text group-1|bob|untyped;wb group-1|bob|kept|4");
+  want[3] = S({"wb group-1|bob|a\0b\"\xc3\xa9|6", 23});
+  EXPECT_EQ(journal_.Take(), want);
+  EXPECT_EQ(Log(L"HandleTIMRecv"), Sorted({"HandleTIMRecvNewMsgCallback:" + batch,
+                                           "HandleTIMRecvNewMsgCallback:{\"message_conv_type\":2}"}));
+  EXPECT_TRUE(Logged("OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: kept"));
+  const std::string brackets = std::string(1000, '[') + "\"{" + std::string(1000, '{');
+  const std::string quoted = std::string(1000, '[') + "\\\"{" + std::string(1000, '{');
+  const std::pair<int, std::string> nests[] = {{254, "254"}, {255, "255"}, {100000, "x"}, {1, quoted}};
+  for (const auto& [n, d] : nests)  // the message is the second level, its nest beside the elements
+    Deliver("[" + Msg(Custom(d)).insert(1, "\"x\":" + std::string(n, '[') + std::string(n, ']') + ",") + "]");
+  EXPECT_EQ(journal_.Take(), (Lines{"wb group-1|bob|254|3", "wb group-1|bob|" + brackets + "|2002"}));
+  EXPECT_TRUE(Logged("HandleTIMRecvNewMsgCallback: batch nested deeper than 256 levels, dropped", 2));
+  manager_->SetWhiteBoardCallback(nullptr);
+  Deliver("[" + Msg(Custom("held 1")) + "]");
+  Deliver("[" + Msg(Custom("")) + "," + Msg(Text("text")) + "," + Msg(Custom("c2c"), "bob", "bob", 1) + "]");
+  const std::string push = "HandleRecvGroupCustomMsg: push msg to cache: ",
+                    flush = "OnRecvWhiteBoardData in Set";
+  EXPECT_EQ(Log(L"HandleRecvGroupCustomMsg"), L(push + ";" + push + "held 1"));
+  manager_->SetWhiteBoardCallback(&journal_);
+  ASSERT_TRUE(journal_.WaitFor("wb", 3) && ImsdkWaitIdle(kWait));
+  manager_->SetWhiteBoardCallback(&journal_);  // nothing held any more; logged in, so no login either
+  DrainTasks();
+  EXPECT_EQ(journal_.Take(), L("text group-1|bob|text;c2cdata bob|c2c|3;wb group-1|alice|held 1|6 here;wb "
+                               "group-1|alice|null|0 here;wb group-1|bob|live|4;ev 5|0|success"));
+  EXPECT_EQ(Log(L"OnRecvWhiteBoardData in Set"),
+            L(flush + "WhiteBoardCallback: ;" + flush + "WhiteBoardCallback: held 1"));
   EXPECT_TRUE(Logged("SetWhiteBoardCallback:0x0"));
 }
 // Only the JSON writer's escapes apply; data is cut at its first NUL.
@@ -262,107 +342,6 @@ TEST_F(ImTest, EachSendGoesOutAsOneMessageAndItsOutcomeReachesBothInterfaces) {
   }
   EXPECT_TRUE(Logged("SendWhiteBoardData:ab") && Logged("SendWhiteBoardData:"));
   EXPECT_TRUE(Logged("OnSendWhiteBoardDataTask, ret: 1", 3));
-}
-// Data sent during the join's report or flush doesn't overtake the flush; after the quit it waits for a join.
-TEST_F(ImTest, DataSentBeforeTheJoinOrDuringItsFlushGoesOutInOrderInsideTheJoinsCallback) {
-  struct JoinGate : Journal {
-    void OnImEvent(int event, int code, const char* desc) override {
-      Journal::OnImEvent(event, code, desc);
-      if (event == IMEvent_JoinGroup) SetEvent(joined.get()), WaitForSingleObject(sent.get(), kWait);
-    }
-    base::ScopedHandle joined{NewEvent()}, sent{NewEvent()};
-  } gate;
-  manager_->SendWhiteBoardData("too early", 9, Tag(9));
-  manager_->SetWhiteBoardCallback(&journal_);
-  manager_->SetEventCallback(&gate);
-  ImsdkHoldCallbacks("TIMGroupJoin", 1);
-  manager_->LogInAndJoinGroup("1", "2", "alice", "sig", kGroup);
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupJoin", 1, kWait));
-  for (intptr_t i = 1; i <= 2; ++i) manager_->SendWhiteBoardData(("d" + N(i)).c_str(), 2, Tag(i));
-  manager_->SendC2CTextMessage("bob", "dropped");
-  manager_->SendGroupTextMessage("at once");
-  Lines sent = {Sent(Text("at once")) + " here"};
-  ASSERT_TRUE(ImsdkWaitIdle(kWait));
-  EXPECT_EQ(Sdk("TIMMsgSendNewMsg"), sent);
-  ImsdkHoldCallbacks("TIMGroupJoin", 0);
-  ASSERT_TRUE(Wait(gate.joined.get()));
-  manager_->SendWhiteBoardData("d3", 2, Tag(3));
-  ImsdkBlockCalls("TIMMsgSendNewMsg", 4);  // d3, the flush's last record
-  SetEvent(gate.sent.get());
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMMsgSendNewMsg", 4, kWait));
-  manager_->SendWhiteBoardData("d4", 2, Tag(4));
-  manager_->LogoutAndQuitGroup();
-  ASSERT_TRUE(ImsdkWaitForCalls("TIMGroupQuit", 1, kWait));  // out of the group now
-  manager_->SendWhiteBoardData("after", 5, Tag(5));
-  ImsdkBlockCalls("TIMMsgSendNewMsg", 0);
-  ASSERT_TRUE(journal_.WaitFor("res ", 5) && gate.WaitFor("ev 5|") && ImsdkWaitIdle(kWait));
-  for (int i = 1; i <= 4; ++i) sent.push_back(Sent(Board("d" + N(i))) + " in TIMGroupJoin");
-  EXPECT_EQ(Sdk("TIMMsgSendNewMsg"), sent);
-  EXPECT_EQ(journal_.Of("res"), L("res 0|OK|0;res 0|OK|1;res 0|OK|2;res 0|OK|3;res 0|OK|4"));
-  EXPECT_EQ(gate.Of("ev 7|"), Lines{});
-  manager_->ReLogIn();
-  DrainTasks(&gate);  // and the callbacks, which reach `gate`
-  EXPECT_EQ(Sdk("TIMMsgSendNewMsg").back(), Sent(Board("after")) + " in TIMGroupJoin");
-}
-// Group messages from others pass, C2C ones from any conversation; keys of a wrong type count as missing.
-TEST_F(ImTest, WhatReachesTheHostOfAReceivedBatch) {
-  Join();
-  manager_->SetWhiteBoardCallback(&journal_);
-  Deliver("not json");
-  const std::string head = "{\"message_conv_type\":2,\"message_sender\":\"bob\",\"message_";
-  const std::string batch =
-      "[" + Msg(Custom("other group"), "group-9") + "," + Msg(Custom("my own"), kGroup, "alice") + "," +
-      Msg(Text("mine"), "alice", "alice", 1) + "," +
-      Msg(Custom("one") + "," + Custom("a\\u0000b\\\"\xc3\xa9") + "," + Custom("")) + "," +
-      Msg(Text("hello group")) + "," + Msg(Text("hi") + "," + Custom("data"), "bob", "bob", 1) +
-      ",{\"message_conv_id\":\"group-1\",\"message_sender\":\"bob\",\"message_elem_array\":[" +
-      Custom("no type") + "]}," + head + "conv_id\":1,\"message_elem_array\":[" + Custom("numeric") + "]}," +
-      head + "elem_array\":[" + Custom("no conv") + "]}," + head +
-      "conv_id\":\"group-1\",\"message_elem_array\":" + Custom("no array") + "}," +
-      Msg("{\"elem_type\":3,\"custom_elem_data\":5},{\"elem_type\":1,\"text_elem_content\":\"x\"},{\"text_"
-          "elem_content\":\"untyped\"},{\"elem_type\":0,\"text_elem_content\":7},42," +
-          Custom("kept")) +
-      ",42]";
-  Deliver(batch);
-  Deliver("{\"message_conv_type\":2}");  // no array: no messages
-  Lines want =
-      L("ev 1|0|login success;ev 4|0|success;wb group-1|bob|one|3;;wb group-1|bob||0;text group-1|bob|hello "
-        "group;c2c bob|hi;c2cdata bob|data|4;text group-1|bob|untyped;wb group-1|bob|kept|4");
-  want[3] = S({"wb group-1|bob|a\0b\"\xc3\xa9|6", 23});
-  EXPECT_EQ(journal_.Of(), want);
-  EXPECT_EQ(Log(L"HandleTIMRecv"), Sorted({"HandleTIMRecvNewMsgCallback:" + batch,
-                                           "HandleTIMRecvNewMsgCallback:{\"message_conv_type\":2}"}));
-  EXPECT_TRUE(Logged("OnRecvWhiteBoardData in HandleRecvGroupCustomMsg: kept"));
-}
-// Held data goes to the setting thread with the own user as sender; data arriving meanwhile waits behind it.
-TEST_F(ImTest, WhiteBoardDataIsHeldUntilAnInterfaceIsSet) {
-  struct LiveDuringFlush : Journal {
-    void OnRecvWhiteBoardData(const char* group, const char* from, const char* data, int length) override {
-      Journal::OnRecvWhiteBoardData(group, from, data, length);
-      if (Of().size() > 1) return;
-      ImsdkDeliverMessages(live.c_str());
-      log->WaitFor(L"HandleTIMRecvNewMsgCallback:" + std::wstring(live.begin(), live.end()));
-    }
-    std::string live = "[" + Msg(Custom("live")) + "]";
-    const testing_support::LogCapture* log;
-  } board;
-  board.log = &log_;
-  Join();
-  manager_->SetWhiteBoardCallback(&journal_);
-  manager_->SetWhiteBoardCallback(nullptr);
-  Deliver("[" + Msg(Custom("held 1")) + "]");
-  Deliver("[" + Msg(Custom("")) + "," + Msg(Text("text")) + "," + Msg(Custom("c2c"), "bob", "bob", 1) + "]");
-  const std::string push = "HandleRecvGroupCustomMsg: push msg to cache: ",
-                    flush = "OnRecvWhiteBoardData in Set";
-  EXPECT_EQ(Log(L"HandleRecvGroupCustomMsg"), L(push + ";" + push + "held 1"));
-  manager_->SetWhiteBoardCallback(&board);
-  ASSERT_TRUE(board.WaitFor("wb", 3) && ImsdkWaitIdle(kWait));
-  EXPECT_EQ(board.Of(),
-            L("wb group-1|alice|held 1|6 here;wb group-1|alice|null|0 here;wb group-1|bob|live|4"));
-  EXPECT_EQ(Log(L"OnRecvWhiteBoardData in Set"),
-            L(flush + "WhiteBoardCallback: ;" + flush + "WhiteBoardCallback: held 1"));
-  manager_->SetWhiteBoardCallback(&journal_);  // nothing held any more
-  EXPECT_EQ(journal_.Of("wb"), Lines{});
 }
 
 }  // namespace

@@ -6,9 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <ctime>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,7 +33,7 @@ inline Lines L(const std::string& joined) {  // the lines of "a;b;c"
 inline HANDLE NewEvent() { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 inline bool Wait(HANDLE event) { return WaitForSingleObject(event, kWait) == WAIT_OBJECT_0; }
 // "ev 1|0|desc", "res code|desc|tag", "wb/text group|from|data[|n]", "c2c[data] from|data[|n]", +" here"
-class Journal : public ImManagerEvent, public WhiteBoardEvent {
+class Journal : public testing_support::Journal, public ImManagerEvent, public WhiteBoardEvent {
  public:
   void OnImEvent(int event, int code, const char* desc) override { Add("ev", N(event), N(code), desc); }
   void OnRecvC2CTextMessage(const char* from, const char* text) override { Add("c2c", from, text); }
@@ -48,48 +47,26 @@ class Journal : public ImManagerEvent, public WhiteBoardEvent {
   void OnSendWhiteBoardDataResult(int code, const char* desc, void* u) override {
     Add("res", N(code), desc, N((intptr_t)u));
   }
-  Lines Of(const std::string& prefix = "") const {  // the lines that begin with `prefix`
-    std::lock_guard<std::mutex> hold(mutex_);
-    return OfLocked(prefix);
-  }
-  bool WaitFor(const std::string& prefix, size_t count = 1) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(kWait),
-                             [&] { return OfLocked(prefix).size() >= count; });
-  }
-  void Clear() { lines_.clear(); }
+  std::function<void(const std::string& line)> then;  // after each line, on its thread
 
  private:
-  Lines OfLocked(const std::string& prefix) const {
-    Lines out;
-    for (const std::string& line : lines_)
-      if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
-    return out;
-  }
   template <typename... Parts>
   void Add(const char* kind, const Parts&... parts) {
     std::string line = kind;
     for (const std::string& part : {S(parts)...}) line += (line == kind ? " " : "|") + part;
-    std::lock_guard<std::mutex> hold(mutex_);
-    lines_.push_back(line + (GetCurrentThreadId() == owner_ ? " here" : ""));
-    changed_.notify_all();
+    line += GetCurrentThreadId() == owner_ ? " here" : "";
+    testing_support::Journal::Add(line);
+    if (then) then(line);
   }
   const DWORD owner_ = GetCurrentThreadId();
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
-  Lines lines_;
 };
 inline std::string Msg(const std::string& elements, const std::string& conv = kGroup,
                        const std::string& from = "bob", int type = 2) {
   return "{\"message_conv_type\":" + N(type) + ",\"message_conv_id\":\"" + conv + "\",\"message_sender\":\"" +
          from + "\",\"message_elem_array\":[" + elements + "]}";
 }
-inline std::string Custom(const std::string& d) {
-  return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}";
-}
-inline std::string Text(const std::string& t) {
-  return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}";
-}
+inline std::string Custom(std::string d) { return "{\"elem_type\":3,\"custom_elem_data\":\"" + d + "\"}"; }
+inline std::string Text(std::string t) { return "{\"elem_type\":0,\"text_elem_content\":\"" + t + "\"}"; }
 class ImTest : public ::testing::Test {
  protected:
   void SetUp() override { Fresh(); }
@@ -113,11 +90,10 @@ class ImTest : public ::testing::Test {
     ASSERT_TRUE(ImsdkWaitIdle(kWait));
   }
   // Tasks run in order: once the logout task's quit is reported, every task posted before it has run.
-  void DrainTasks(const Journal* events = nullptr) {
-    const Journal& reports = events ? *events : journal_;
-    const size_t quits = ImsdkWaitIdle(kWait) ? reports.Of("ev 5|").size() : 99;
+  void DrainTasks() {
+    const size_t quits = ImsdkWaitIdle(kWait) ? journal_.Count("ev 5|") : 99;
     manager_->LogoutAndQuitGroup();
-    ASSERT_TRUE(reports.WaitFor("ev 5|", quits + 1) && ImsdkWaitIdle(kWait));
+    ASSERT_TRUE(journal_.WaitFor("ev 5|", quits + 1) && ImsdkWaitIdle(kWait));
   }
   // SDK calls from the `from`-th, as "TIMLogin(alice,sig,p,self)": the manager is "self", other pointers "p";
   // " in F": during F's callback; " here": on the test's thread; message times of the test are "T".
@@ -130,12 +106,9 @@ class ImTest : public ::testing::Test {
       for (const imsdk_control::Arg& arg : call.args) {
         std::string text = arg.is_null ? "null" : arg.text == self ? "self" : arg.text;
         if (text.compare(0, 2, "0x") == 0 && text.size() > 8) text = "p";
-        for (const std::string key : {"\"message_client_time\":", "\"message_server_time\":"}) {
-          const size_t at = text.find(key) + key.size(), end = text.find(',', at);  // npos + size < size
-          const long long time = at < key.size() ? -1 : std::atoll(text.c_str() + at);
-          if (time >= start_ && time <= static_cast<long long>(std::time(nullptr)))
-            text.replace(at, end - at, "T");
-        }
+        for (long long t = start_; t <= static_cast<long long>(std::time(nullptr)); ++t)  // seconds
+          for (size_t at; (at = text.find("time\":" + N(t) + ",")) != std::string::npos;)
+            text.replace(at + 6, N(t).size(), "T");
         line += (&arg == &call.args[0] ? "" : ",") + text;
       }
       out.push_back(line + ")" + (call.during_callback_of.empty() ? "" : " in " + call.during_callback_of) +
