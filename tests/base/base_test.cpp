@@ -56,13 +56,11 @@ TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays)
     EXPECT_EQ(GetTerminationStatus(child, nullptr), c.status) << c.args;
     TerminateProcess(child, 0), WaitForSingleObject(child, 5000), CloseHandle(child);
   }
-  // A handle that can't be queried: normal, with code 0.
-  HANDLE limited = nullptr;
+  HANDLE limited = nullptr;  // a handle that can't be queried: normal, with code 0
   DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), &limited, SYNCHRONIZE, FALSE,
                   0);
   int exit_code = -7;
-  EXPECT_EQ(GetTerminationStatus(limited, &exit_code), TerminationNormal);
-  EXPECT_EQ(exit_code, 0);
+  EXPECT_TRUE(GetTerminationStatus(limited, &exit_code) == TerminationNormal && exit_code == 0) << exit_code;
   CloseHandle(limited);
   EXPECT_EQ(GetTerminationStatus(nullptr, nullptr), TerminationNormal);
 }
@@ -70,9 +68,9 @@ TEST(TerminationStatus, ClassifiesHowAChildEndedAndWritesTheCodeOnlyWhereItSays)
 TEST(Geometry, DefaultsMarksAndTolerantComparisons) {
   const Point3D p;
   const Rect3D r;
-  Size3D s;
-  EXPECT_TRUE(p.x == 0 && p.y == 0 && p.z == 0 && s.cx == 0 && s.cz == 0 && r.left == 0 && r.z == 0);
-  EXPECT_TRUE((s = Size3D(7, 8, 9)).cx == 7 && s.cz == 9);
+  const Size3D s, seven(7, 8, 9);
+  EXPECT_TRUE(p.x == 0 && p.y == 0 && p.z == 0 && s.cx == 0 && s.cz == 0 && r.left == 0 && r.z == 0 &&
+              seven.cx == 7 && seven.cz == 9);
   const PointOpt po;
   const SizeOpt so;
   const RectOpt ro;
