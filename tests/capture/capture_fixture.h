@@ -19,10 +19,8 @@
 #include "roomcore/clock.h"
 
 namespace capture_suite {
-
-constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255);
-constexpr COLORREF kWhite = RGB(255, 255, 255), kBlack = RGB(0, 0, 0);
-constexpr COLORREF kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
+constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255), kBlack = 0;
+constexpr COLORREF kWhite = RGB(255, 255, 255), kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
 inline int Luma(COLORREF c) {  // BT.601 limited range, as libswscale converts by default
   return static_cast<int>(16.5 +
                           (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
@@ -74,9 +72,8 @@ class TestWindow {
     WNDCLASSW wc = {0, &TestWindow::Proc,           0, 0, GetModuleHandleW(nullptr), 0, 0, 0,
                     0, L"RoomcoreCaptureTestWindow"};
     RegisterClassW(&wc);  // fails harmlessly once registered
-    HWND hwnd =
-        CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"capture test",
-                        WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
+    HWND hwnd = CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"",
+                                WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     ShowWindow(hwnd, SW_SHOWNOACTIVATE), UpdateWindow(hwnd);
     ready_.Locked([&] { hwnd_ = hwnd; });
@@ -114,15 +111,9 @@ struct Record {
     return std::count_if(statuses.begin(), statuses.end(),
                          [&](const Status& s) { return s.status == status; });
   }
-  size_t Lines(const std::wstring& start) const {
+  size_t Lines(const std::wstring& start) const {  // log lines that start so, any tag
     return std::count_if(log.begin(), log.end(),
                          [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
-  }
-  std::vector<int64_t> Intervals(size_t from) const {
-    std::vector<int64_t> out;
-    for (size_t i = from; i < frames.size(); ++i)
-      out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
-    return out;
   }
 };
 // Both event interfaces and the log's sink; `on_frame` runs in OnCaptureFrame.
@@ -148,12 +139,6 @@ class Host : public DisplayCaptureEvent, public WindowCaptureEvent, public testi
   }
   bool Frames(size_t count) const {
     return Wait([=](const Record& r) { return r.frames.size() >= count; });
-  }
-  bool Statuses(int status, size_t times = 1) const {
-    return Wait([=](const Record& r) { return r.Count(status) >= times; });
-  }
-  bool Lines(const std::wstring& start, size_t times = 1) const {  // log lines that start so, any tag
-    return Wait([&](const Record& r) { return r.Lines(start) >= times; });
   }
   Record Now() const {
     return Locked([&] { return record_; });
@@ -189,12 +174,8 @@ struct Capture {
   auto Do(F f) {
     return kind == kDisplay ? f(display) : f(window);
   }
-  bool Start() {
-    return Do([](auto* c) { return c->Start(); });
-  }
-  bool Stop() {
-    return Do([](auto* c) { return c->Stop(); });
-  }
+  bool Start() { return kind == kDisplay ? display->Start() : window->Start(); }
+  bool Stop() { return kind == kDisplay ? display->Stop() : window->Stop(); }
   void* object() const { return kind == kDisplay ? (void*)display : window; }
   int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
   int ended() const { return kind == kDisplay ? 2 : 3; }
@@ -219,5 +200,4 @@ class CaptureTest : public ::testing::Test {
   std::unique_ptr<TestWindow> window_;
   std::vector<std::unique_ptr<Capture>> captures_;
 };
-
 }  // namespace capture_suite

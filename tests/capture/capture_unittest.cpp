@@ -3,13 +3,13 @@
 
 #include "capture/capture_platform.h"
 #include "capture/capture_runner.h"
+#include "capture/scoped_gdi.h"
 #include "capture/window_capture_impl.h"
 #include "capture_fixture.h"
 #include "common/refuse_threads.h"
 
 namespace capture_suite {
 namespace {
-
 // The platform while it lives; the cursor a white 32 x 32 square, hotspot top left.
 struct FakePlatform {
   explicit FakePlatform(Host* h = nullptr) : host(h) {
@@ -22,8 +22,8 @@ struct FakePlatform {
     DestroyCursor(cursor), CloseHandle(read_out), CloseHandle(print_go);
   }
   static BOOL WINAPI CursorInfo(PCURSORINFO info) {
-    info->flags = self->cursor_showing ? CURSOR_SHOWING : 0, info->hCursor = self->cursor;
-    return info->ptScreenPos = self->cursor_at, TRUE;
+    info->flags = self->cursor_showing ? CURSOR_SHOWING : 0, info->ptScreenPos = self->cursor_at;
+    return info->hCursor = self->cursor, TRUE;
   }
   static int WINAPI DeviceCaps(HDC dc, int index) {
     const int real = GetDeviceCaps(dc, index);
@@ -37,8 +37,7 @@ struct FakePlatform {
   static int WINAPI DIBits(HDC dc, HBITMAP bitmap, UINT start, UINT lines, LPVOID bits, LPBITMAPINFO info,
                            UINT use) {
     self->asked_bits = info->bmiHeader.biBitCount;
-    const int result = GetDIBits(dc, bitmap, start, lines, bits, info, use);
-    return SetEvent(self->read_out), result;
+    return SetEvent(self->read_out), GetDIBits(dc, bitmap, start, lines, bits, info, use);
   }
   static BOOL WINAPI Print(HWND window, HDC target, UINT flags) {  // tells, waits for `print_go`, sends
     if (HWND to = self->send_to.exchange(nullptr))
@@ -46,7 +45,7 @@ struct FakePlatform {
           SendMessageW(to, WM_NULL, 0, 0);
     return PrintWindow(window, target, flags);
   }
-  static FakePlatform* self;
+  static inline FakePlatform* self = nullptr;
   static int Version() { return self->version; }
   static capture::DwmEnableCompositionFunction FindEnable() { return &EnableComposition; }
   capture::CapturePlatform table{&CursorInfo, &DeviceCaps, &Version, &CompositionEnabled,
@@ -64,7 +63,6 @@ struct FakePlatform {
   std::atomic<HWND> send_to{nullptr};
   HANDLE print_go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 };
-FakePlatform* FakePlatform::self = nullptr;
 // Periods and trims; no fit or grab buffer wraps past 4 GiB.
 TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
   const int periods[][2] = {{12, 83333}, {30, 33333}, {15, 66667}, {0, 83333}, {-5, 83333}};
@@ -72,12 +70,9 @@ TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
   const int trims[][4] = {{1280, 720, 1264, 706}, {1001, 701, 984, 686}, {16, 14, 0, 0}};
   for (const auto& t : trims)
     EXPECT_TRUE(capture::TrimmedWidth(t[0]) == t[2] && capture::TrimmedHeight(t[1]) == t[3]) << t[0];
-  const int fits[][6] = {{60000, 50000, 50000, 40000, 60000, 48000},
-                         {50000, 60000, 40000, 50000, 48000, 60000}};
-  for (const auto& f : fits) {
-    const FrameScaler::Size fit = FrameScaler::Fit(f[0], f[1], f[2], f[3], 2);
-    EXPECT_TRUE(fit.width == f[4] && fit.height == f[5]) << f[0];
-  }
+  const FrameScaler::Size wide = FrameScaler::Fit(60000, 50000, 50000, 40000, 2),
+                          tall = FrameScaler::Fit(50000, 60000, 40000, 50000, 2);
+  EXPECT_TRUE(wide.width == 60000 && wide.height == 48000 && tall.width == 48000 && tall.height == 60000);
   struct : capture::CaptureClient {
     void BeginRun() override {}
     void Pass() override {}
@@ -87,20 +82,16 @@ TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
     void DestroyOwner() override {}
   } client;
   capture::CaptureRunner runner(&client, L"DisplayCaptureImpl");
-  HDC screen = GetDC(nullptr);
-  capture::MemoryPicture picture(screen, 4, 4);
+  capture::ScopedGetDC screen(nullptr);
+  capture::MemoryPicture picture(screen.get(), 4, 4);
   for (int w : {65536, 65536, 1 << 20, 1 << 20})  // a size logs once
     EXPECT_EQ(runner.ReadOut(picture.dc(), picture.bitmap(), w, w < (1 << 20) ? 16385 : w, 32), nullptr);
   EXPECT_NE(runner.ReadOut(picture.dc(), picture.bitmap(), 4, 4, 32), nullptr);
-  ReleaseDC(nullptr, screen);
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 65536, height: 16385"), 1u);
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 1048576, height: 1048576"), 1u);
 }
-// A fresh capture: 1920 x 1080 frames, 12 a second (also after the window capture's SetFrameRate(0)), the
-// cursor drawn unless hidden. At 1.25 device pixels a pixel a record of 1000 x 750 from 40, 24 takes the
-// cursor at 100, 80 to 75, 70, fitted 1.44 times at column 240. Before Windows 8 composition goes off once,
-// before the first status, and the window's own context is copied; the cursor goes into the untrimmed
-// picture: 100, 50 from the window's corner is 92, 43 of 384 x 286, fitted 3.776 times at 235.
+// 1920 x 1080, 12 a second, the cursor drawn (display: at 1.25 device pixels a pixel, fitted 1.44 times at
+// 240; window: into the untrimmed picture, fitted 3.776 times at 235); before Windows 8 composition goes off.
 TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   FakePlatform fake(&host_);
   fake.version = 4, fake.composition = TRUE;
@@ -115,8 +106,7 @@ TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
     const Kind kind = row < 3 ? kDisplay : kWindow;
     const int cursor = row % 3, *at = spots[kind];
     host_.Clear();
-    fake.scale = kind == kDisplay ? 1.25 : 1, fake.cursor_showing = cursor != 2,
-    fake.cursor_at = {at[0], at[1]};
+    fake.scale = row < 3 ? 1.25 : 1, fake.cursor_showing = cursor != 2, fake.cursor_at = {at[0], at[1]};
     Capture capture(kind);
     capture.Do([&](auto* object) { object->SetCaptureEvent(&host_); });
     if (cursor == 1) capture.Do([](auto* object) { object->SetDrawCursor(false); });
@@ -146,7 +136,8 @@ TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   TestWindow big(0, 0, 1000, 600);
   WindowCapture* capture = Open(kWindow).window;
   capture->SelectWindow(big.hwnd());
-  ASSERT_TRUE(capture->Start() && host_.Lines(L"CaptureThread, width: 1500, height: 900, Cost: "));
+  const std::wstring pass = L"CaptureThread, width: 1500, height: 900, Cost: ";
+  ASSERT_TRUE(capture->Start() && host_.Wait([&](const Record& r) { return r.Lines(pass) > 0; }));
   EXPECT_EQ(fake.enable_calls.size(), 1u);
 }
 // The read-out asks for the screen's depth: 0 means 32 for a display grab and a still, not for a window.
@@ -195,37 +186,25 @@ TEST_F(CaptureTest, WaitsForTheCaptureThreadLetSentMessagesThrough) {
                                        : (op == kStop ? capture.Stop() : (capture.Release(), 1)));
     EXPECT_LT(TimeMicroseconds() - before, 5000000);
     EXPECT_EQ(host_.Now().Count(3), 1u);  // the run ended before the call returned
-    EXPECT_TRUE(op != kStartAfterStuck || host_.Statuses(2, 2));
+    EXPECT_TRUE(op != kStartAfterStuck || host_.Wait([](const Record& r) { return r.Count(2) == 2; }));
     capture.Release();
   }
   DestroyWindow(own);
 }
-std::atomic<HANDLE> g_last_thread{nullptr};
-HANDLE WINAPI KeepThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE routine,
-                         LPVOID param, DWORD flags, LPDWORD id) {
-  HANDLE thread = CreateThread(attributes, stack, routine, param, flags, id), copy = nullptr;
-  DuplicateHandle(GetCurrentProcess(), thread, GetCurrentProcess(), &copy, SYNCHRONIZE, FALSE, 0);
-  return g_last_thread = copy, thread;
-}
-// A refused thread leaves the capture idle; a Release right after Start leaves no thread and ends the run.
+// A refused thread leaves the capture idle; a Release right after Start ends the run before it returns.
 TEST_F(CaptureTest, CaptureThreadsStartAndEndWithTheirObject) {
   {
     testing_support::RefuseThreads refuse;
     Capture refused(kWindow);  // the loop's first window capture, started again
     EXPECT_FALSE(refused.Start() || refused.window->IsCapturing());
   }
-  base::SetThreadStarterForTesting(&KeepThread);
   for (int i = 0; i < 40; ++i) {
     host_.Clear();
     Capture& capture = Open(i % 2 ? kWindow : kDisplay);
     ASSERT_TRUE(capture.Start() && capture.Do([](auto* c) { return c->IsCapturing(); }));
     capture.Release();
-    HANDLE thread = g_last_thread.exchange(nullptr);
-    EXPECT_TRUE(WaitForSingleObject(thread, 5000) == WAIT_OBJECT_0 && CloseHandle(thread));
     EXPECT_EQ(host_.Now().Count(capture.ended()), 1u);
   }
-  base::SetThreadStarterForTesting(nullptr);
 }
-
 }  // namespace
 }  // namespace capture_suite

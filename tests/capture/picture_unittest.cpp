@@ -14,7 +14,6 @@ extern "C" {
 
 namespace capture_suite {
 namespace {
-
 constexpr int kFit = 2, kStretch = 1, kBgra = AV_PIX_FMT_BGRA;
 // BGRA with padding behind each line: red x * 7, green y * 5, blue (x + y) * 3, or 4 x 2 coloured cells.
 struct Bgra {
@@ -83,8 +82,8 @@ TEST_F(CaptureTest, TheScalerFitsCentresAndPaintsBlack) {
     }
   }
 }
-// A rebuild exactly when one of the six values changed; a frame without one allocates nothing. Values no
-// rebuild can serve drop the frame, the target unchanged; good values work again.
+// A rebuild exactly when one of the six values changed, else no allocation; values none serves drop the
+// frame.
 TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChangeAndDropsFramesItCannotServe) {
   bench::InstallAllocationHooks();
   const Bgra full(1920, 1080), wide(1280, 1080), small(1280, 1024);
@@ -142,9 +141,7 @@ int g_bits = 32, g_planes = 1;
 int WINAPI DisplayCaps(HDC, int index) {
   return index == BITSPIXEL ? g_bits : index == PLANES ? g_planes : 0;
 }
-// Every header field, sizes past 4 GiB; an image of a null argument is empty and saves no file; copies own
-// their blocks. Files at the display's bits times planes, bottom line first, replacing a file, whole also
-// with a short biSizeImage.
+// Headers, also past 4 GiB; images own their blocks; files at the display's depth, bottom line first, whole.
 TEST_F(CaptureTest, BitmapHeadersImagesAndTheirFiles) {
   BITMAPINFO info;
   std::memset(&info, 0xEE, sizeof(info));
@@ -226,6 +223,5 @@ TEST_F(CaptureTest, SavedBitmapsForAnOutsideReader) {
         .write(reinterpret_cast<const char*>(bits.data()), bits.size());
   }
 }
-
 }  // namespace
 }  // namespace capture_suite
