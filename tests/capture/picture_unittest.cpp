@@ -155,9 +155,9 @@ TEST_F(CaptureTest, BitmapHeadersImagesAndTheirFiles) {
     EXPECT_TRUE(image.bitmap_info() == nullptr && image.bits_data() == nullptr && !image.Save(none));
     EXPECT_EQ(GetFileAttributesW(none.c_str()), INVALID_FILE_ATTRIBUTES);
   }
-  const int64_t headers[][3] = {{65535, 16384, 4294901760}, {65536, 16384, 0}, {1 << 20, 1 << 20, 0}};
+  const int64_t headers[][3] = {{65535, 16384, 4294901760}, {65536, 16384, 0}, {1 << 20, (1 << 20) + 1, 0}};
   for (const auto& c : headers)
-    EXPECT_EQ((InitBitMapInfo(int(c[0]), int(c[1]), true, 32, &info), info.bmiHeader.biSizeImage), c[2])
+    ASSERT_EQ((InitBitMapInfo(int(c[0]), int(c[1]), true, 32, &info), info.bmiHeader.biSizeImage), c[2])
         << c[0];
   EXPECT_EQ(DibImage(&info, bits).bits_data(), nullptr);  // the last: 4 TiB of pixels
   InitBitMapInfo(5, 2, true, 32, &info);
