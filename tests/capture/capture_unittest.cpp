@@ -22,8 +22,8 @@ struct FakePlatform {
     DestroyCursor(cursor), CloseHandle(read_out), CloseHandle(print_go);
   }
   static BOOL WINAPI CursorInfo(PCURSORINFO info) {
-    info->flags = self->cursor_showing ? CURSOR_SHOWING : 0, info->ptScreenPos = self->cursor_at;
-    return info->hCursor = self->cursor, TRUE;
+    info->flags = self->cursor_showing ? CURSOR_SHOWING : 0, info->hCursor = self->cursor;
+    return info->ptScreenPos = self->cursor_at, TRUE;
   }
   static int WINAPI DeviceCaps(HDC dc, int index) {
     const int real = GetDeviceCaps(dc, index);
@@ -90,8 +90,8 @@ TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 65536, height: 16385"), 1u);
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 1048576, height: 1048576"), 1u);
 }
-// 1920 x 1080, 12 a second, the cursor drawn (display: at 1.25 device pixels a pixel, fitted 1.44 times at
-// 240; window: into the untrimmed picture, fitted 3.776 times at 235); before Windows 8 composition goes off.
+// 1920 x 1080, 12 a second (a window's also after SetFrameRate(0)), the cursor drawn: at 1.25 device pixels
+// a pixel fitted 1.44 times at 240, into the untrimmed window 3.776 times at 235; composition off below 8.
 TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   FakePlatform fake(&host_);
   fake.version = 4, fake.composition = TRUE;
