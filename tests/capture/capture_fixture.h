@@ -7,23 +7,20 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/journal.h"
 #include "fundus_control.h"
 #include "roomcore/capture.h"
 #include "roomcore/clock.h"
 
 namespace capture_suite {
-
-constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255);
-constexpr COLORREF kWhite = RGB(255, 255, 255), kBlack = RGB(0, 0, 0);
-constexpr COLORREF kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
+constexpr COLORREF kRed = RGB(255, 0, 0), kGreen = RGB(0, 255, 0), kBlue = RGB(0, 0, 255), kBlack = 0;
+constexpr COLORREF kWhite = RGB(255, 255, 255), kMagenta = RGB(255, 0, 255), kYellow = RGB(255, 255, 0);
 inline int Luma(COLORREF c) {  // BT.601 limited range, as libswscale converts by default
   return static_cast<int>(16.5 +
                           (65.481 * GetRValue(c) + 128.553 * GetGValue(c) + 24.966 * GetBValue(c)) / 255);
@@ -33,8 +30,7 @@ class TestWindow {
  public:
   TestWindow(int x, int y, int width, int height, bool topmost = false) {
     thread_ = std::thread([=] { Run(x, y, width, height, topmost); });
-    std::unique_lock<std::mutex> guard(mutex_);
-    ready_.wait(guard, [this] { return hwnd_ != nullptr; });
+    ready_.Wait([this] { return hwnd_ != nullptr; }, INFINITE);
   }
   ~TestWindow() {
     if (IsWindow(hwnd_)) SendMessageW(hwnd_, WM_CLOSE, 0, 0);
@@ -76,19 +72,15 @@ class TestWindow {
     WNDCLASSW wc = {0, &TestWindow::Proc,           0, 0, GetModuleHandleW(nullptr), 0, 0, 0,
                     0, L"RoomcoreCaptureTestWindow"};
     RegisterClassW(&wc);  // fails harmlessly once registered
-    HWND hwnd =
-        CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"capture test",
-                        WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
+    HWND hwnd = CreateWindowExW(WS_EX_TOOLWINDOW | (topmost ? WS_EX_TOPMOST : 0), wc.lpszClassName, L"",
+                                WS_POPUP, x, y, width, height, nullptr, nullptr, wc.hInstance, nullptr);
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     ShowWindow(hwnd, SW_SHOWNOACTIVATE), UpdateWindow(hwnd);
-    std::unique_lock<std::mutex> guard(mutex_);
-    hwnd_ = hwnd;
-    guard.unlock(), ready_.notify_all();
+    ready_.Locked([&] { hwnd_ = hwnd; });
     for (MSG msg; GetMessageW(&msg, nullptr, 0, 0) > 0;) DispatchMessageW(&msg);
   }
   std::thread thread_;
-  std::mutex mutex_;
-  std::condition_variable ready_;
+  testing_support::Monitor ready_;
   HWND hwnd_ = nullptr;
   std::atomic<COLORREF> fill_{CLR_INVALID};
 };
@@ -119,86 +111,61 @@ struct Record {
     return std::count_if(statuses.begin(), statuses.end(),
                          [&](const Status& s) { return s.status == status; });
   }
-  size_t Lines(const std::wstring& start) const {
+  size_t Lines(const std::wstring& start) const {  // log lines that start so, any tag
     return std::count_if(log.begin(), log.end(),
                          [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
   }
-  std::vector<int64_t> Intervals(size_t from) const {
-    std::vector<int64_t> out;
-    for (size_t i = from; i < frames.size(); ++i)
-      out.push_back(frames[i].timestamp - frames[i - 1].timestamp);
-    return out;
-  }
 };
 // Both event interfaces and the log's sink; `on_frame` runs in OnCaptureFrame.
-class Host : public DisplayCaptureEvent, public WindowCaptureEvent {
+class Host : public DisplayCaptureEvent, public WindowCaptureEvent, public testing_support::Monitor {
  public:
   Host() { FundusSetLogSink(&Host::Log, this); }
   ~Host() override { FundusSetLogSink(nullptr, nullptr); }
   void OnCaptureStatus(int status) override {
-    Add([&](Record& r) { r.statuses.push_back({status, TimeMicroseconds(), r.frames.size()}); });
+    Locked([&] { record_.statuses.push_back({status, TimeMicroseconds(), record_.frames.size()}); });
   }
   void OnCaptureFrame(const uint8_t* data, uint32_t size, int width, int height, int reserved,
                       int64_t timestamp) override {
-    size_t number = 0;
-    Add([&](Record& r) {
-      number = r.frames.size();
-      r.frames.push_back(
-          Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
-      if (number >= 3) std::vector<uint8_t>().swap(r.frames[number - 3].bytes);
+    const size_t number = Locked([&] {
+      std::vector<Frame>& f = record_.frames;
+      f.push_back(Frame{std::vector<uint8_t>(data, data + size), size, width, height, reserved, timestamp});
+      if (f.size() > 3) std::vector<uint8_t>().swap(f[f.size() - 4].bytes);
+      return f.size() - 1;
     });
     if (on_frame) on_frame(number);
   }
-  bool Wait(const std::function<bool(const Record&)>& done, DWORD timeout_ms = 10000) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    return changed_.wait_for(guard, std::chrono::milliseconds(timeout_ms), [&] { return done(record_); });
+  bool Wait(const std::function<bool(const Record&)>& done, DWORD timeout_ms = 10000) const {
+    return Monitor::Wait([&] { return done(record_); }, timeout_ms);
   }
-  bool Frames(size_t count) {
+  bool Frames(size_t count) const {
     return Wait([=](const Record& r) { return r.frames.size() >= count; });
   }
-  bool Statuses(int status, size_t times = 1) {
-    return Wait([=](const Record& r) { return r.Count(status) >= times; });
+  Record Now() const {
+    return Locked([&] { return record_; });
   }
-  bool Lines(const std::wstring& start, size_t times = 1) {  // log lines that start so, any tag
-    return Wait([&](const Record& r) { return r.Lines(start) >= times; });
-  }
-  Record Now() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return record_;
-  }
-  Frame Fresh() {  // grabbed after everything the test did so far
+  Frame Fresh() const {  // grabbed after everything the test did so far
     EXPECT_TRUE(Frames(Now().frames.size() + 2));
     return Now().frames.back();
   }
   void Clear() {
-    Add([](Record& r) { r = Record(); });
+    Locked([&] { record_ = Record(); });
   }
   std::function<void(size_t)> on_frame;
 
  private:
   static void Log(const wchar_t* tag, const wchar_t* text, void* self) {
-    static_cast<Host*>(self)->Add([&](Record& r) { r.log.emplace_back(tag, text); });
+    Host* host = static_cast<Host*>(self);
+    host->Locked([&] { host->record_.log.emplace_back(tag, text); });
   }
-  template <typename F>
-  void Add(F change) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    change(record_);
-    guard.unlock(), changed_.notify_all();
-  }
-  std::mutex mutex_;
-  std::condition_variable changed_;
   Record record_;
 };
 enum Kind { kDisplay, kWindow };
-// Either capture as the host sees it.
+// Either capture as the host sees it: a new one, or the one that lives.
 struct Capture {
-  explicit Capture(Kind k, bool create = true) : kind(k) {
-    if (create) Create();
-  }
-  void* Create() {
-    return kind == kDisplay ? (void*)(display = DisplayCapture::Create())
-                            : (window = WindowCapture::Create());
-  }
+  explicit Capture(Kind k)
+      : kind(k),
+        display(k == kDisplay ? DisplayCapture::Create() : nullptr),
+        window(k == kWindow ? WindowCapture::Create() : nullptr) {}
   void Release() {
     kind == kDisplay ? DisplayCapture::Release(display) : WindowCapture::Release(window);
     display = nullptr, window = nullptr;
@@ -207,30 +174,23 @@ struct Capture {
   auto Do(F f) {
     return kind == kDisplay ? f(display) : f(window);
   }
-  bool Start() {
-    return Do([](auto* c) { return c->Start(); });
-  }
-  bool Stop() {
-    return Do([](auto* c) { return c->Stop(); });
-  }
+  bool Start() { return kind == kDisplay ? display->Start() : window->Start(); }
+  bool Stop() { return kind == kDisplay ? display->Stop() : window->Stop(); }
   void* object() const { return kind == kDisplay ? (void*)display : window; }
   int started() const { return kind == kDisplay ? 1 : 2; }  // the statuses of the run's begin and end
   int ended() const { return kind == kDisplay ? 2 : 3; }
   Kind kind;
-  DisplayCapture* display = nullptr;
-  WindowCapture* window = nullptr;
+  DisplayCapture* display;
+  WindowCapture* window;
 };
-// Wire ties a capture to the host (and the window); Open wires a new one, released at the end.
+// Open ties a capture to the host (and a window to capture), released at the end unless a test did.
 class CaptureTest : public ::testing::Test {
  protected:
   Capture& Open(Kind kind, int width = 160, int height = 90) {
-    captures_.emplace_back(new Capture(kind));
-    return Wire(*captures_.back(), width, height);
-  }
-  Capture& Wire(Capture& capture, int width = 160, int height = 90) {
     if (!window_) window_.reset(new TestWindow(40, 30, 400, 300));
+    Capture& capture = *captures_.emplace_back(new Capture(kind));
     capture.Do([&](auto* c) { c->SetCaptureEvent(&host_), c->SetOutputSize(width, height); });
-    if (capture.kind == kWindow) capture.window->SelectWindow(window_->hwnd());
+    if (kind == kWindow) capture.window->SelectWindow(window_->hwnd());
     return capture;
   }
   void TearDown() override {
@@ -240,5 +200,4 @@ class CaptureTest : public ::testing::Test {
   std::unique_ptr<TestWindow> window_;
   std::vector<std::unique_ptr<Capture>> captures_;
 };
-
 }  // namespace capture_suite

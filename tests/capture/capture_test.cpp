@@ -4,8 +4,8 @@
 
 namespace capture_suite {
 namespace {
-
-TEST_F(CaptureTest, TheDisplayListAndAStillPicture) {
+// The display list, a still; an empty record idles; a frame at once, a period from when due, rates per run.
+TEST_F(CaptureTest, TheDisplayListAStillPictureAndThePacing) {
   DisplayCapture* capture = Open(kDisplay).display;
   const int count = capture->GetDisplayCount();
   ASSERT_GE(count, 1);
@@ -16,7 +16,6 @@ TEST_F(CaptureTest, TheDisplayListAndAStillPicture) {
               !d.device_name.empty());
   capture->RefreshDisplays();
   EXPECT_EQ(capture->GetDisplayCount(), count);
-  // A still of the display's own size, top line first, at the screen's depth.
   TestWindow cover(0, 0, d.width, d.height, true);
   HDC screen = GetDC(nullptr);
   const int depth = GetDeviceCaps(screen, BITSPIXEL) ? GetDeviceCaps(screen, BITSPIXEL) : 32,
@@ -36,66 +35,6 @@ TEST_F(CaptureTest, TheDisplayListAndAStillPicture) {
   EXPECT_EQ(h.biSizeImage, static_cast<DWORD>(d.width * d.height * 4));
   EXPECT_TRUE(depth < 24 || (pixel(20, 20) == kRed && pixel(d.width - 20, d.height - 20) == kWhite));
   EXPECT_FALSE(capture->IsCapturing());
-}
-// The picture at each run's output size, statuses, a line a pass; a size no frame can have: one line a run.
-TEST_F(CaptureTest, FramesShowThePictureAtTheSizeOfEachRun) {
-  for (Kind kind : {kDisplay, kWindow}) {
-    SCOPED_TRACE(kind);
-    host_.Clear();
-    const bool display = kind == kDisplay;  // a window loses 8 columns, 7 lines each side; the display none
-    const int grab_w = display ? GetSystemMetrics(SM_CXSCREEN) : 800, w = display ? grab_w : 784;
-    const int grab_h = display ? GetSystemMetrics(SM_CYSCREEN) : 600, h = display ? grab_h : 586;
-    const int cx = display ? w / 2 : 392, cy = display ? h / 2 : 293, edge = display ? kYellow : kMagenta;
-    Capture& capture = Open(kind, w, h);
-    TestWindow cover(0, 0, grab_w, grab_h, true);
-    display ? capture.display->SelectDisplay(nullptr) : capture.window->SelectWindow(cover.hwnd());
-    ASSERT_TRUE(capture.Start());
-    EXPECT_FALSE(capture.Start());
-    const Frame frame = host_.Fresh();
-    EXPECT_TRUE(frame.width == w && frame.height == h && frame.reserved == 0);
-    EXPECT_EQ(frame.size, static_cast<uint32_t>(w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2)));
-    const int spots[] = {0,           cy / 2,      edge,   cx / 2, 0,      edge,
-                         w - 1,       cy / 2,      edge,   cx / 2, h - 1,  edge,
-                         cx - 1,      cy / 2,      kRed,   cx / 2, cy - 1, kRed,
-                         cx,          cy / 2,      kGreen, cx / 2, cy,     kBlue,
-                         cx + cx / 2, cy + cy / 2, kWhite, 8,      cy / 2, int(display ? kMagenta : kRed)};
-    for (int i = 0; i < 30; i += 3)  // x, y, colour
-      EXPECT_LUMA(frame, spots[i], spots[i + 1], COLORREF(spots[i + 2]));
-    cover.Fill(kGreen);
-    EXPECT_LUMA(host_.Fresh(), 20, 20, kGreen);
-    EXPECT_TRUE(capture.Stop() && capture.Stop());
-    const Record first = host_.Now();
-    EXPECT_TRUE(first.statuses.size() == 2 && first.statuses[0].status == capture.started() &&
-                first.statuses[1].status == capture.ended());
-    const std::wstring pass =  // the window's untrimmed size
-        L"CaptureThread, width: " + std::to_wstring(grab_w) + L", height: " + std::to_wstring(grab_h) +
-        L", Cost: ";
-    EXPECT_TRUE(first.log.size() >= first.frames.size() && first.Lines(pass) == first.log.size());
-    const SIZE sizes[] = {{160, 90}, {0, 0}, {65536, 43691}, {65536, 43691}, {1 << 20, 1 << 20}};
-    for (const SIZE& size : sizes) {  // just past 4 GiB, twice; far beyond any memory
-      capture.Do([&](auto* c) { c->SetOutputSize(size.cx, size.cy); });
-      const std::wstring failure = L"CaptureThread, no output frame of width: " + std::to_wstring(size.cx) +
-                                   L", height: " + std::to_wstring(size.cy);
-      const Record before = host_.Now();
-      ASSERT_TRUE(capture.Start());
-      ASSERT_TRUE(host_.Lines(pass, before.Lines(pass) + 3));
-      capture.Stop();
-      const Record after = host_.Now();
-      ASSERT_EQ(after.frames.size() > before.frames.size(), size.cx == 160);
-      EXPECT_TRUE(size.cx != 160 || (after.frames.back().width == 160 && after.frames.back().size == 21600));
-      EXPECT_EQ(after.Lines(failure) - before.Lines(failure), size.cx > 160 ? 1u : 0u) << size.cx;
-    }
-    for (const auto& [tag, text] : host_.Now().log)  // the cost in digits
-      EXPECT_TRUE(
-          tag == (display ? L"DisplayCaptureImpl" : L"WindowCaptureImpl") &&
-          (text.rfind(L"CaptureThread, no output frame", 0) == 0 ||
-           (text.rfind(pass, 0) == 0 && text.find_first_not_of(L"0123456789", pass.size()) == text.npos)))
-          << text;
-  }
-}
-// An empty record idles; a frame at once, then a period from when a pass was due, no burst; rates per run.
-TEST_F(CaptureTest, PacingFollowsTheRateOfTheRun) {
-  DisplayCapture* capture = Open(kDisplay).display;
   DisplayInfo empty, corner;  // a full grab under Wine costs tens of ms, which would blur the timestamps
   corner.width = 320, corner.height = 240, corner.monitor_rect = {0, 0, 320, 240};
   capture->SelectDisplay(&empty);
@@ -112,16 +51,73 @@ TEST_F(CaptureTest, PacingFollowsTheRateOfTheRun) {
   };
   ASSERT_TRUE(capture->Start() && host_.Frames(7));
   capture->Stop(), host_.on_frame = nullptr;
-  const std::vector<int64_t> intervals = host_.Now().Intervals(2);         // the first pass builds the scaler
-  EXPECT_TRUE(intervals[2] >= 500000 && intervals[2] <= 500000 + 200000);  // no later than one period
-  for (size_t i : {0u, 1u, 3u, 4u}) EXPECT_GE(intervals[i], 200000 - 30000) << i;  // no burst to catch up
-  EXPECT_LE(intervals[0], 200000 + 100000);
+  auto gap = [](const Record& r, size_t i) { return r.frames[i + 2].timestamp - r.frames[i + 1].timestamp; };
+  const Record paced = host_.Now();  // the first pass builds the scaler
+  EXPECT_TRUE(gap(paced, 2) >= 500000 && gap(paced, 2) <= 500000 + 200000);  // no later than one period
+  for (size_t i : {0u, 1u, 3u, 4u}) EXPECT_GE(gap(paced, i), 200000 - 30000) << i;  // no burst to catch up
+  EXPECT_LE(gap(paced, 0), 200000 + 100000);
   host_.Clear();
   ASSERT_TRUE(capture->Start() && host_.Frames(6));
   capture->Stop();
-  std::vector<int64_t> fast = host_.Now().Intervals(2);
+  const Record run = host_.Now();
+  std::vector<int64_t> fast;
+  for (size_t i = 0; i + 2 < run.frames.size(); ++i) fast.push_back(gap(run, i));
   std::sort(fast.begin(), fast.end());
   EXPECT_LT(fast[fast.size() / 2], 100000);  // 40 ms now
+}
+// The picture at each run's output size, statuses, a line a pass; a size no frame can have: one line a run.
+TEST_F(CaptureTest, FramesShowThePictureAtTheSizeOfEachRun) {
+  for (Kind kind : {kDisplay, kWindow}) {
+    SCOPED_TRACE(kind);
+    host_.Clear();
+    const bool display = kind == kDisplay;  // a window loses 8 columns, 7 lines each side; the display none
+    const int grab_w = display ? GetSystemMetrics(SM_CXSCREEN) : 800, w = display ? grab_w : 784;
+    const int grab_h = display ? GetSystemMetrics(SM_CYSCREEN) : 600, h = display ? grab_h : 586;
+    const int cx = display ? w / 2 : 392, cy = display ? h / 2 : 293, edge = display ? kYellow : kMagenta;
+    Capture& capture = Open(kind, w, h);
+    TestWindow cover(0, 0, grab_w, grab_h, true);
+    display ? capture.display->SelectDisplay(nullptr) : capture.window->SelectWindow(cover.hwnd());
+    ASSERT_TRUE(capture.Start() && !capture.Start());
+    const Frame frame = host_.Fresh();
+    EXPECT_TRUE(frame.width == w && frame.height == h && frame.reserved == 0);
+    EXPECT_EQ(frame.size, static_cast<uint32_t>(w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2)));
+    const int spots[] = {0,           cy / 2,      edge,   cx / 2, 0,      edge,
+                         w - 1,       cy / 2,      edge,   cx / 2, h - 1,  edge,
+                         cx - 1,      cy / 2,      kRed,   cx / 2, cy - 1, kRed,
+                         cx,          cy / 2,      kGreen, cx / 2, cy,     kBlue,
+                         cx + cx / 2, cy + cy / 2, kWhite, 8,      cy / 2, int(display ? kMagenta : kRed)};
+    for (int i = 0; i < 30; i += 3)  // x, y, colour
+      EXPECT_LUMA(frame, spots[i], spots[i + 1], COLORREF(spots[i + 2]));
+    cover.Fill(kGreen);
+    EXPECT_LUMA(host_.Fresh(), 20, 20, kGreen);
+    EXPECT_TRUE(capture.Stop() && capture.Stop());
+    const Record first = host_.Now();
+    EXPECT_TRUE(first.statuses.size() == 2 && first.statuses[0].status == capture.started() &&
+                first.statuses[1].status == capture.ended());
+    const std::wstring pass = L"CaptureThread, width: " + std::to_wstring(grab_w) + L", height: " +
+                              std::to_wstring(grab_h) + L", Cost: ";  // the untrimmed size
+    EXPECT_TRUE(first.log.size() >= first.frames.size() && first.Lines(pass) == first.log.size());
+    const SIZE sizes[] = {{160, 90}, {0, 0}, {65536, 43691}, {65536, 43691}, {1 << 20, 1 << 20}};
+    for (const SIZE& size : sizes) {  // just past 4 GiB, twice; far beyond any memory
+      capture.Do([&](auto* c) { c->SetOutputSize(size.cx, size.cy); });
+      const std::wstring failure = L"CaptureThread, no output frame of width: " + std::to_wstring(size.cx) +
+                                   L", height: " + std::to_wstring(size.cy);
+      const Record before = host_.Now();
+      ASSERT_TRUE(capture.Start());
+      ASSERT_TRUE(host_.Wait([&](const Record& r) { return r.Lines(pass) >= before.Lines(pass) + 3; }));
+      capture.Stop();
+      const Record after = host_.Now();
+      ASSERT_EQ(after.frames.size() > before.frames.size(), size.cx == 160);
+      EXPECT_TRUE(size.cx != 160 || (after.frames.back().width == 160 && after.frames.back().size == 21600));
+      EXPECT_EQ(after.Lines(failure) - before.Lines(failure), size.cx > 160 ? 1u : 0u) << size.cx;
+    }
+    for (const auto& [tag, text] : host_.Now().log)  // the cost in digits
+      EXPECT_TRUE(
+          tag == (display ? L"DisplayCaptureImpl" : L"WindowCaptureImpl") &&
+          (text.rfind(L"CaptureThread, no output frame", 0) == 0 ||
+           (text.rfind(pass, 0) == 0 && text.find_first_not_of(L"0123456789", pass.size()) == text.npos)))
+          << text;
+  }
 }
 // Stop inside the capture's own event waits its 10 seconds for itself; Release waits for the thread.
 TEST_F(CaptureTest, StopInsideAnEventWaitsItsFullTimeAndReleaseWaitsForTheThread) {
@@ -166,15 +162,13 @@ TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
   TestWindow next(40, 30, 400, 300), cover(0, 0, 1000, 800);
   ShowWindow(next.hwnd(), SW_MINIMIZE);
   capture->SelectWindow(next.hwnd());
-  EXPECT_TRUE(!IsIconic(next.hwnd()) && !(GetWindowLongW(next.hwnd(), GWL_EXSTYLE) & WS_EX_TOPMOST));
-  bool raised = false;
-  for (HWND above = GetWindow(cover.hwnd(), GW_HWNDPREV); above; above = GetWindow(above, GW_HWNDPREV))
-    raised = raised || above == next.hwnd();
-  EXPECT_TRUE(raised);
+  HWND above = GetWindow(cover.hwnd(), GW_HWNDPREV);  // raised over the cover
+  while (above && above != next.hwnd()) above = GetWindow(above, GW_HWNDPREV);
+  EXPECT_TRUE(above && !IsIconic(next.hwnd()) && !(GetWindowLongW(next.hwnd(), GWL_EXSTYLE) & WS_EX_TOPMOST));
   EXPECT_FALSE(host_.Fresh().Black());
   capture->SelectWindow(nullptr);  // 50 ms apart also at a faster rate
   capture->Stop(), capture->SetFrameRate(100), host_.Clear();
-  ASSERT_TRUE(capture->Start() && host_.Statuses(0, 5));
+  ASSERT_TRUE(capture->Start() && host_.Wait([](const Record& r) { return r.Count(0) >= 5; }));
   capture->Stop();
   const Record none = host_.Now();
   EXPECT_TRUE(none.frames.empty() && none.Count(1) == 0);
@@ -182,8 +176,7 @@ TEST_F(CaptureTest, TheWindowCaptureFollowsItsWindow) {
   for (size_t i = 2; i + 1 < none.statuses.size(); ++i)  // 50 ms on a 1 ms clock
     EXPECT_GE(none.statuses[i].time - none.statuses[i - 1].time, 49000) << i;
 }
-// Start and Stop from two threads: each run ends in Stop, no frame after its end. Release inside the
-// capture's own event doesn't wait; a Create then or beside a Release gets a new object.
+// Runs from two threads end in Stop; Release in an event doesn't wait; Create then or beside it is new.
 TEST_F(CaptureTest, RacesAndReleasesInsideAnEventOrBesideACreate) {
   for (Kind kind : {kDisplay, kWindow}) {
     SCOPED_TRACE(kind);
@@ -196,37 +189,30 @@ TEST_F(CaptureTest, RacesAndReleasesInsideAnEventOrBesideACreate) {
     std::thread a(churn), b(churn);
     a.join(), b.join();
     const Record record = host_.Now();
-    EXPECT_EQ(record.Count(capture.started()), static_cast<size_t>(started.load()));
-    EXPECT_EQ(record.Count(capture.ended()), static_cast<size_t>(started.load()));
-    int open = 0;
-    for (const Status& s : record.statuses) {
-      open += s.status == capture.started() ? 1 : s.status == capture.ended() ? -1 : 0;
-      EXPECT_TRUE(open == 0 || open == 1);
-    }
-    EXPECT_EQ(record.statuses.back().frames, record.frames.size());
-    void* const old = capture.object();
+    std::string runs, want;
+    for (const Status& s : record.statuses) runs += std::to_string(s.status);
+    for (int i = 0; i < started; ++i) want += std::to_string(capture.started() * 10 + capture.ended());
+    EXPECT_TRUE(runs == want && record.statuses.back().frames == record.frames.size()) << runs;
+    void *const old = capture.object(), *fresh = nullptr;
     std::atomic<int64_t> took{-1};
-    Capture fresh(kind, false);
     host_.on_frame = [&](size_t number) {
       const int64_t before = TimeMicroseconds();
-      if (number == 0) capture.Release(), took = TimeMicroseconds() - before, fresh.Create();
+      if (number == 0) capture.Release(), took = TimeMicroseconds() - before, fresh = Capture(kind).object();
     };
     host_.Clear();
-    ASSERT_TRUE(capture.Start() && host_.Statuses(capture.ended()));
-    EXPECT_TRUE(took.load() < 5000000 && fresh.object() != old);  // not Stop's 10 seconds
-    EXPECT_EQ(Capture(kind).object(), Wire(fresh).object());
+    ASSERT_TRUE(capture.Start() && host_.Wait([&](const Record& r) { return r.Count(capture.ended()) > 0; }));
+    Capture& again = Open(kind);  // the one made inside the event
+    EXPECT_TRUE(took.load() < 5000000 && fresh != old && again.object() == fresh);  // not Stop's 10 seconds
     HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     host_.on_frame = [&](size_t number) {
       if (number == 1) WaitForSingleObject(go, 20000);
     };
-    ASSERT_TRUE(fresh.Start() && host_.Frames(2));
-    void* const dying = fresh.object();
-    std::thread releaser([&] { fresh.Release(); });
-    Capture other(kind, false);
-    EXPECT_TRUE(testing_support::WaitUntil([&] { return other.Create() != dying; }));
-    SetEvent(go), releaser.join(), other.Release(), CloseHandle(go);
+    ASSERT_TRUE(again.Start() && host_.Frames(2));
+    void* const dying = again.object();
+    std::thread releaser([&] { again.Release(); });
+    EXPECT_TRUE(testing_support::WaitUntil([&] { return Capture(kind).object() != dying; }));
+    SetEvent(go), releaser.join(), Capture(kind).Release(), CloseHandle(go);
   }
 }
-
 }  // namespace
 }  // namespace capture_suite

@@ -3,13 +3,13 @@
 
 #include "capture/capture_platform.h"
 #include "capture/capture_runner.h"
+#include "capture/scoped_gdi.h"
 #include "capture/window_capture_impl.h"
 #include "capture_fixture.h"
 #include "common/refuse_threads.h"
 
 namespace capture_suite {
 namespace {
-
 // The platform while it lives; the cursor a white 32 x 32 square, hotspot top left.
 struct FakePlatform {
   explicit FakePlatform(Host* h = nullptr) : host(h) {
@@ -37,8 +37,7 @@ struct FakePlatform {
   static int WINAPI DIBits(HDC dc, HBITMAP bitmap, UINT start, UINT lines, LPVOID bits, LPBITMAPINFO info,
                            UINT use) {
     self->asked_bits = info->bmiHeader.biBitCount;
-    const int result = GetDIBits(dc, bitmap, start, lines, bits, info, use);
-    return SetEvent(self->read_out), result;
+    return SetEvent(self->read_out), GetDIBits(dc, bitmap, start, lines, bits, info, use);
   }
   static BOOL WINAPI Print(HWND window, HDC target, UINT flags) {  // tells, waits for `print_go`, sends
     if (HWND to = self->send_to.exchange(nullptr))
@@ -46,7 +45,7 @@ struct FakePlatform {
           SendMessageW(to, WM_NULL, 0, 0);
     return PrintWindow(window, target, flags);
   }
-  static FakePlatform* self;
+  static inline FakePlatform* self = nullptr;
   static int Version() { return self->version; }
   static capture::DwmEnableCompositionFunction FindEnable() { return &EnableComposition; }
   capture::CapturePlatform table{&CursorInfo, &DeviceCaps, &Version, &CompositionEnabled,
@@ -64,27 +63,16 @@ struct FakePlatform {
   std::atomic<HWND> send_to{nullptr};
   HANDLE print_go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 };
-FakePlatform* FakePlatform::self = nullptr;
-// Periods and trims; no header size, fit or grab buffer wraps past 4 GiB.
+// Periods and trims; no fit or grab buffer wraps past 4 GiB.
 TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
   const int periods[][2] = {{12, 83333}, {30, 33333}, {15, 66667}, {0, 83333}, {-5, 83333}};
   for (const auto& p : periods) EXPECT_EQ(capture::PeriodMicroseconds(p[0]), p[1]) << p[0];
   const int trims[][4] = {{1280, 720, 1264, 706}, {1001, 701, 984, 686}, {16, 14, 0, 0}};
   for (const auto& t : trims)
     EXPECT_TRUE(capture::TrimmedWidth(t[0]) == t[2] && capture::TrimmedHeight(t[1]) == t[3]) << t[0];
-  const int64_t headers[][3] = {{65535, 16384, 4294901760}, {65536, 16384, 0}, {1 << 20, 1 << 20, 0}};
-  BITMAPINFO info = {};
-  for (const auto& c : headers)
-    EXPECT_EQ((InitBitMapInfo(int(c[0]), int(c[1]), true, 32, &info), info.bmiHeader.biSizeImage), c[2])
-        << c[0];
-  const uint8_t pixel[4] = {};
-  EXPECT_EQ(DibImage(&info, pixel).bits_data(), nullptr);  // the last: 4 TiB of pixels
-  const int fits[][6] = {{60000, 50000, 50000, 40000, 60000, 48000},
-                         {50000, 60000, 40000, 50000, 48000, 60000}};
-  for (const auto& f : fits) {
-    const FrameScaler::Size fit = FrameScaler::Fit(f[0], f[1], f[2], f[3], 2);
-    EXPECT_TRUE(fit.width == f[4] && fit.height == f[5]) << f[0];
-  }
+  const FrameScaler::Size wide = FrameScaler::Fit(60000, 50000, 50000, 40000, 2),
+                          tall = FrameScaler::Fit(50000, 60000, 40000, 50000, 2);
+  EXPECT_TRUE(wide.width == 60000 && wide.height == 48000 && tall.width == 48000 && tall.height == 60000);
   struct : capture::CaptureClient {
     void BeginRun() override {}
     void Pass() override {}
@@ -94,20 +82,16 @@ TEST_F(CaptureTest, PeriodsTrimsAndSizesThatNeverWrap) {
     void DestroyOwner() override {}
   } client;
   capture::CaptureRunner runner(&client, L"DisplayCaptureImpl");
-  HDC screen = GetDC(nullptr);
-  capture::MemoryPicture picture(screen, 4, 4);
+  capture::ScopedGetDC screen(nullptr);
+  capture::MemoryPicture picture(screen.get(), 4, 4);
   for (int w : {65536, 65536, 1 << 20, 1 << 20})  // a size logs once
     EXPECT_EQ(runner.ReadOut(picture.dc(), picture.bitmap(), w, w < (1 << 20) ? 16385 : w, 32), nullptr);
   EXPECT_NE(runner.ReadOut(picture.dc(), picture.bitmap(), 4, 4, 32), nullptr);
-  ReleaseDC(nullptr, screen);
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 65536, height: 16385"), 1u);
   EXPECT_EQ(host_.Now().Lines(L"CaptureThread, no grab buffer of width: 1048576, height: 1048576"), 1u);
 }
-// A fresh capture: 1920 x 1080 frames, 12 a second (also after the window capture's SetFrameRate(0)), the
-// cursor drawn unless hidden. At 1.25 device pixels a pixel a record of 1000 x 750 from 40, 24 takes the
-// cursor at 100, 80 to 75, 70, fitted 1.44 times at column 240. Before Windows 8 composition goes off once,
-// before the first status, and the window's own context is copied; the cursor goes into the untrimmed
-// picture: 100, 50 from the window's corner is 92, 43 of 384 x 286, fitted 3.776 times at 235.
+// 1920 x 1080, 12 a second (a window's also after SetFrameRate(0)), the cursor drawn: at 1.25 device pixels
+// a pixel fitted 1.44 times at 240, into the untrimmed window 3.776 times at 235; composition off below 8.
 TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   FakePlatform fake(&host_);
   fake.version = 4, fake.composition = TRUE;
@@ -116,31 +100,28 @@ TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   cover.Fill(kBlack), window.Fill(kBlack);
   DisplayInfo scaled;
   scaled.width = 1000, scaled.height = 750, scaled.monitor_rect = {40, 24, 840, 624};
-  const int cases[][8] = {
-      // kind, cursor (0: drawn, 1: not, 2: hidden), at, a spot inside it, one outside
-      {kDisplay, 0, 100, 80, 240 + 100 * 144 / 100, 95 * 144 / 100, 240 + 112 * 144 / 100, 124},
-      {kDisplay, 1, 100, 80, 240 + 100 * 144 / 100, 95 * 144 / 100, 240 + 112 * 144 / 100, 124},
-      {kDisplay, 2, 100, 80, 240 + 100 * 144 / 100, 95 * 144 / 100, 240 + 112 * 144 / 100, 124},
-      {kWindow, 0, 120, 60, 593, 173, 235 + 128 * 3776 / 1000, 78 * 3776 / 1000}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c[0]) + std::to_string(c[1]));
+  const int spots[][6] = {{100, 80, 384, 136, 401, 124}, {120, 60, 593, 173, 718, 294}};  // at, in, out
+  for (int row : {0, 1, 2, 3}) {  // the display's cursor drawn, not drawn, hidden; the window's drawn
+    SCOPED_TRACE(row);
+    const Kind kind = row < 3 ? kDisplay : kWindow;
+    const int cursor = row % 3, *at = spots[kind];
     host_.Clear();
-    fake.scale = c[0] == kDisplay ? 1.25 : 1, fake.cursor_showing = c[1] != 2, fake.cursor_at = {c[2], c[3]};
-    Capture capture(static_cast<Kind>(c[0]));
+    fake.scale = row < 3 ? 1.25 : 1, fake.cursor_showing = cursor != 2, fake.cursor_at = {at[0], at[1]};
+    Capture capture(kind);
     capture.Do([&](auto* object) { object->SetCaptureEvent(&host_); });
-    if (c[1] == 1) capture.Do([](auto* object) { object->SetDrawCursor(false); });
-    if (c[0] == kWindow)  // last: the pattern, uncovered
+    if (cursor == 1) capture.Do([](auto* object) { object->SetDrawCursor(false); });
+    if (kind == kWindow)  // last: the pattern, uncovered
       ShowWindow(cover.hwnd(), SW_HIDE), window.Fill(CLR_INVALID), capture.window->SetFrameRate(0),
           capture.window->SelectWindow(window.hwnd());
-    if (c[0] == kDisplay) capture.display->SelectDisplay(&scaled);
-    EXPECT_TRUE(c[0] == kWindow ||
+    if (kind == kDisplay) capture.display->SelectDisplay(&scaled);
+    EXPECT_TRUE(kind == kWindow ||
                 capture.display->GetDisplay(0)->width == GetSystemMetrics(SM_CXSCREEN) * 5 / 4);
     ASSERT_TRUE(capture.Start() && host_.Frames(8));
     capture.Release();
     const Record record = host_.Now();
     EXPECT_TRUE(record.frames.back().width == 1920 && record.frames.back().height == 1080);
-    EXPECT_LUMA(record.frames.back(), c[4], c[5], c[1] ? kBlack : kWhite);
-    EXPECT_LUMA(record.frames.back(), c[6], c[7], c[0] == kWindow ? kRed : kBlack);
+    EXPECT_LUMA(record.frames.back(), at[2], at[3], cursor ? kBlack : kWhite);
+    EXPECT_LUMA(record.frames.back(), at[4], at[5], kind == kWindow ? kRed : kBlack);
     std::vector<int64_t> cost;  // in us, from each pass's line, which follows the pass's frame
     for (const auto& l : record.log)
       cost.push_back(1000 * (std::wcstoll(&l.second[l.second.find(L"Cost: ") + 6], 0, 10) + 2));
@@ -155,7 +136,8 @@ TEST_F(CaptureTest, AFreshCaptureHasTheDefaults) {
   TestWindow big(0, 0, 1000, 600);
   WindowCapture* capture = Open(kWindow).window;
   capture->SelectWindow(big.hwnd());
-  ASSERT_TRUE(capture->Start() && host_.Lines(L"CaptureThread, width: 1500, height: 900, Cost: "));
+  const std::wstring pass = L"CaptureThread, width: 1500, height: 900, Cost: ";
+  ASSERT_TRUE(capture->Start() && host_.Wait([&](const Record& r) { return r.Lines(pass) > 0; }));
   EXPECT_EQ(fake.enable_calls.size(), 1u);
 }
 // The read-out asks for the screen's depth: 0 means 32 for a display grab and a still, not for a window.
@@ -204,37 +186,25 @@ TEST_F(CaptureTest, WaitsForTheCaptureThreadLetSentMessagesThrough) {
                                        : (op == kStop ? capture.Stop() : (capture.Release(), 1)));
     EXPECT_LT(TimeMicroseconds() - before, 5000000);
     EXPECT_EQ(host_.Now().Count(3), 1u);  // the run ended before the call returned
-    EXPECT_TRUE(op != kStartAfterStuck || host_.Statuses(2, 2));
+    EXPECT_TRUE(op != kStartAfterStuck || host_.Wait([](const Record& r) { return r.Count(2) == 2; }));
     capture.Release();
   }
   DestroyWindow(own);
 }
-std::atomic<HANDLE> g_last_thread{nullptr};
-HANDLE WINAPI KeepThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, LPTHREAD_START_ROUTINE routine,
-                         LPVOID param, DWORD flags, LPDWORD id) {
-  HANDLE thread = CreateThread(attributes, stack, routine, param, flags, id), copy = nullptr;
-  DuplicateHandle(GetCurrentProcess(), thread, GetCurrentProcess(), &copy, SYNCHRONIZE, FALSE, 0);
-  return g_last_thread = copy, thread;
-}
-// A refused thread leaves the capture idle; a Release right after Start leaves no thread and ends the run.
+// A refused thread leaves the capture idle; a Release right after Start ends the run before it returns.
 TEST_F(CaptureTest, CaptureThreadsStartAndEndWithTheirObject) {
   {
     testing_support::RefuseThreads refuse;
     Capture refused(kWindow);  // the loop's first window capture, started again
     EXPECT_FALSE(refused.Start() || refused.window->IsCapturing());
   }
-  base::SetThreadStarterForTesting(&KeepThread);
   for (int i = 0; i < 40; ++i) {
     host_.Clear();
-    Capture capture(i % 2 ? kWindow : kDisplay);
-    ASSERT_TRUE(Wire(capture).Start() && capture.Do([](auto* c) { return c->IsCapturing(); }));
+    Capture& capture = Open(i % 2 ? kWindow : kDisplay);
+    ASSERT_TRUE(capture.Start() && capture.Do([](auto* c) { return c->IsCapturing(); }));
     capture.Release();
-    HANDLE thread = g_last_thread.exchange(nullptr);
-    EXPECT_TRUE(WaitForSingleObject(thread, 5000) == WAIT_OBJECT_0 && CloseHandle(thread));
     EXPECT_EQ(host_.Now().Count(capture.ended()), 1u);
   }
-  base::SetThreadStarterForTesting(nullptr);
 }
-
 }  // namespace
 }  // namespace capture_suite

@@ -14,7 +14,6 @@ extern "C" {
 
 namespace capture_suite {
 namespace {
-
 constexpr int kFit = 2, kStretch = 1, kBgra = AV_PIX_FMT_BGRA;
 // BGRA with padding behind each line: red x * 7, green y * 5, blue (x + y) * 3, or 4 x 2 coloured cells.
 struct Bgra {
@@ -83,8 +82,9 @@ TEST_F(CaptureTest, TheScalerFitsCentresAndPaintsBlack) {
     }
   }
 }
-// A rebuild exactly when one of the six values changed; a frame without one allocates nothing.
-TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChange) {
+// A rebuild exactly when one of the six values changed, else no allocation; values none serves drop the
+// frame.
+TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChangeAndDropsFramesItCannotServe) {
   bench::InstallAllocationHooks();
   const Bgra full(1920, 1080), wide(1280, 1080), small(1280, 1024);
   Planes big(1920, 1080), narrow(960, 1080), half(960, 540);
@@ -107,19 +107,15 @@ TEST_F(CaptureTest, TheScalerRebuildsOnlyOnChange) {
     EXPECT_TRUE(scaler.rebuild_count() == s.rebuilds && scaler.fitted_width() == s.fitted_width) << i;
     EXPECT_EQ(bench::AllocationCount() > before, i == 0 || s.rebuilds > steps[i - 1].rebuilds) << i;
   }
-}
-// Values no rebuild can serve drop the frame, the target unchanged; good values work again.
-TEST_F(CaptureTest, TheScalerDropsFramesItCannotServe) {
   const Bgra white(4000, 48, true);
   Planes target(64, 48);
   const Planes blank(64, 48);
   // Width, Y line, source size, a source?, format, rebuilds: hardware, unknown formats; a fitted height of 0.
-  const int calls[][7] = {{64, 64, 0, 48, 1, kBgra, 0},   {64, 64, 64, -48, 1, kBgra, 0},
-                          {0, 64, 64, 48, 1, kBgra, 0},   {64, 64, 64, 48, 0, kBgra, 0},
-                          {64, -64, 64, 48, 1, kBgra, 0}, {64, 64, 64, 48, 1, AV_PIX_FMT_VAAPI, 1},
-                          {64, 64, 64, 48, 1, 100000, 2}, {64, 64, 64, 48, 1, 100000, 2},
-                          {64, 64, 4000, 1, 1, kBgra, 3}};
-  FrameScaler scaler;
+  const int calls[][7] = {{64, 64, 0, 48, 1, kBgra, 9},    {64, 64, 64, -48, 1, kBgra, 9},
+                          {0, 64, 64, 48, 1, kBgra, 9},    {64, 64, 64, 48, 0, kBgra, 9},
+                          {64, -64, 64, 48, 1, kBgra, 9},  {64, 64, 64, 48, 1, AV_PIX_FMT_VAAPI, 10},
+                          {64, 64, 64, 48, 1, 100000, 11}, {64, 64, 64, 48, 1, 100000, 11},
+                          {64, 64, 4000, 1, 1, kBgra, 12}};
   for (const auto& c : calls) {
     scaler.Scale(target.data[0].data(), c[1], target.data[1].data(), 32, target.data[2].data(), 32, c[0], 48,
                  c[4] ? white.pixels.data() : nullptr, white.stride, c[2], c[3], c[5], kFit);
@@ -127,23 +123,26 @@ TEST_F(CaptureTest, TheScalerDropsFramesItCannotServe) {
     for (int p = 0; p < 3; ++p) EXPECT_TRUE(target.data[p] == blank.data[p]) << c[6];
   }
   target.Scale(scaler, Bgra(64, 48, true));
-  EXPECT_TRUE(scaler.rebuild_count() == 4 && target.data[0][0] != 0x55);
+  EXPECT_TRUE(scaler.rebuild_count() == 13 && target.data[0][0] != 0x55);
 }
 std::vector<uint8_t> Read(const std::wstring& path) {
   std::ifstream in(path.c_str(), std::ios::binary);
   return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
-int32_t Le32(const std::vector<uint8_t>& b, size_t at) {
-  int32_t value;
-  return std::memcpy(&value, &b.at(at), 4), value;
+int Le32(const std::vector<uint8_t>& f, size_t i) {
+  return f[i] | f[i + 1] << 8 | f[i + 2] << 16 | f[i + 3] << 24;
 }
 std::wstring TempFile(const std::wstring& name) {
   wchar_t folder[MAX_PATH];
   GetTempPathW(MAX_PATH, folder);
   return folder + (L"roomcore_dib_" + std::to_wstring(GetCurrentProcessId()) + L"_" + name);
 }
-// Every header field; an image of a null argument is empty and saves no file; copies own their blocks.
-TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
+int g_bits = 32, g_planes = 1;
+int WINAPI DisplayCaps(HDC, int index) {
+  return index == BITSPIXEL ? g_bits : index == PLANES ? g_planes : 0;
+}
+// Headers, also past 4 GiB; images own their blocks; files at the display's depth, bottom line first, whole.
+TEST_F(CaptureTest, BitmapHeadersImagesAndTheirFiles) {
   BITMAPINFO info;
   std::memset(&info, 0xEE, sizeof(info));
   InitBitMapInfo(100, 50, true, 16, &info);
@@ -156,6 +155,11 @@ TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
     EXPECT_TRUE(image.bitmap_info() == nullptr && image.bits_data() == nullptr && !image.Save(none));
     EXPECT_EQ(GetFileAttributesW(none.c_str()), INVALID_FILE_ATTRIBUTES);
   }
+  const int64_t headers[][3] = {{65535, 16384, 4294901760}, {65536, 16384, 0}, {1 << 20, (1 << 20) + 1, 0}};
+  for (const auto& c : headers)
+    ASSERT_EQ((InitBitMapInfo(int(c[0]), int(c[1]), true, 32, &info), info.bmiHeader.biSizeImage), c[2])
+        << c[0];
+  EXPECT_EQ(DibImage(&info, bits).bits_data(), nullptr);  // the last: 4 TiB of pixels
   InitBitMapInfo(5, 2, true, 32, &info);
   info.bmiColors[0].rgbRed = 7;  // the colour entry is part of the 44 bytes
   std::vector<uint8_t> pixels(40, 9);
@@ -171,21 +175,12 @@ TEST_F(CaptureTest, BitmapHeadersAndImageValues) {
                     std::vector<uint8_t>(40, 9));
   assigned = DibImage(nullptr, nullptr);
   EXPECT_EQ(assigned.bits_data(), nullptr);
-}
-int g_bits = 32, g_planes = 1;
-int WINAPI DisplayCaps(HDC, int index) {
-  return index == BITSPIXEL ? g_bits : index == PLANES ? g_planes : 0;
-}
-// At the display's bits times planes, bottom line first, replacing a file; a short biSizeImage still saves
-// all.
-TEST_F(CaptureTest, SavedBitmapsHaveTheDisplaysDepthAndTheRightWayUp) {
   HDC display = CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr);
   const int real = GetDeviceCaps(display, BITSPIXEL) * GetDeviceCaps(display, PLANES);
   DeleteDC(display);
   const int cases[][3] = {{0, 0, real}, {24, 1, 24}, {12, 2, 24}, {15, 1, 15}};  // 0: the real display
   const int width = 5, height = 3;
   const std::vector<uint8_t> packed = Bgra(width, height, false, 0).pixels;
-  BITMAPINFO info;
   InitBitMapInfo(width, height, true, 32, &info);
   const std::wstring path = TempFile(L"picture.bmp");
   for (const auto& c : cases) {
@@ -228,6 +223,5 @@ TEST_F(CaptureTest, SavedBitmapsForAnOutsideReader) {
         .write(reinterpret_cast<const char*>(bits.data()), bits.size());
   }
 }
-
 }  // namespace
 }  // namespace capture_suite
