@@ -62,6 +62,7 @@ struct State {
   Device current[2];  // microphone, speaker
   uint32_t volume[2] = {0, 0};
   bool auto_answer = true;
+  std::string held;  // calls that match wait in Record
 
   int instance_count = 0;
   DWORD instance_thread = 0;
@@ -121,21 +122,22 @@ std::string Text(const char* text) { return text ? text : "(null)"; }
 std::string Num(long long value) { return std::to_string(value); }
 std::string View(HWND view) { return std::to_string(reinterpret_cast<uintptr_t>(view)); }
 
+bool Matches(const std::string& call, const std::string& pattern) {
+  if (pattern.find('(') != std::string::npos) return call == pattern;
+  return call.compare(0, pattern.size() + 1, pattern + "(") == 0;
+}
+
 void Record(const std::string& name, const std::vector<std::string>& args = {}) {
   std::string text = name + "(";
   for (size_t i = 0; i < args.size(); ++i) text += (i ? "," : "") + args[i];
   text += ")";
   State& s = S();
   {
-    std::lock_guard<std::mutex> guard(s.lock);
+    std::unique_lock<std::mutex> guard(s.lock);
     s.calls.push_back({text, GetCurrentThreadId()});
+    s.changed.notify_all();
+    s.changed.wait(guard, [&] { return s.held.empty() || !Matches(text, s.held); });
   }
-  s.changed.notify_all();
-}
-
-bool Matches(const std::string& call, const std::string& pattern) {
-  if (pattern.find('(') != std::string::npos) return call == pattern;
-  return call.compare(0, pattern.size() + 1, pattern + "(") == 0;
 }
 
 // The callback thread: runs queued tasks one at a time, in order.
@@ -628,6 +630,8 @@ void LiteavReset() {
   s.current[1] = Device();
   s.volume[0] = s.volume[1] = 0;
   s.auto_answer = true;
+  s.held.clear();
+  s.changed.notify_all();
   s.pull_rate = 0;
   if (s.pull_wake) SetEvent(s.pull_wake);
 }
@@ -688,6 +692,12 @@ void LiteavSetVolume(int kind, uint32_t volume) {
   if (kind < 0 || kind > 1) return;
   std::lock_guard<std::mutex> guard(S().lock);
   S().volume[kind] = volume;
+}
+
+void LiteavHoldCalls(const char* call) {
+  std::lock_guard<std::mutex> guard(S().lock);
+  S().held = call ? call : "";
+  S().changed.notify_all();
 }
 
 void LiteavSetAutoAnswer(bool enabled) {

@@ -262,6 +262,22 @@ TEST_F(EngineTest, ReleaseLetsACallbackUnderWayFinishBeforeTheSdkGoes) {
             Split("removeCallback(callback)|setRemoteVideoRenderCallback(bob,3,1,callback)|"
                   "setAudioFrameCallback(callback)|startRemoteView(bob,0)|destroyTRTCShareInstance()"));
 }
+// ExitRoom holds lock_ across exitRoom: every other operation that takes the lock waits for the SDK.
+TEST_F(EngineTest, TheLockIsHeldAcrossExitRoomsSdkCall) {
+  LiteavHoldCalls("exitRoom");
+  std::vector<std::thread> hosts;
+  for (const char* op : {"ExitRoom", "GetMicDevices", "GetCameraDevices", "EnterRoom(1,2,bob,s)",
+                         "UnInitialize", "Initialize"}) {
+    hosts.emplace_back([this, op] { Run(op), events_.Note(std::string("after ") + op); });
+    EXPECT_TRUE(LiteavWaitForCall("exitRoom", 1, 5000));
+  }
+  Run("onDeviceChange(Mic A,0,0)");  // the task thread reloads the list
+  EXPECT_FALSE(events_.WaitFor("=after", 1, 300)) << events_.Of("=after")[0];
+  EXPECT_EQ(events_.Count("OnDeviceChanged"), 0);
+  LiteavHoldCalls(nullptr);
+  for (std::thread& host : hosts) host.join();
+  EXPECT_EQ(events_.Count("=after"), 6);
+}
 TEST_F(EngineTest, PicturesPushedWhileSharingComeOutOfThePullOnceAndWhole) {
   TRTCVideoFrame frame;
   Run("EnableCaptureDesktopVideo(1)");  // any size, any stated length, with its pts; a queue of 12

@@ -40,6 +40,10 @@ LITEAV_API void LiteavSetVolume(int kind, uint32_t volume);
 // callback thread, unless turned off here.
 LITEAV_API void LiteavSetAutoAnswer(bool enabled);
 
+// Calls that match `call` (as LiteavCountCalls counts) are recorded, then
+// wait inside the SDK until the hold is lifted with null; LiteavReset lifts it.
+LITEAV_API void LiteavHoldCalls(const char* call);
+
 // How many times getTRTCShareInstance made an object, and on which thread.
 LITEAV_API int LiteavInstanceCount();
 LITEAV_API DWORD LiteavInstanceThreadId();
