@@ -334,6 +334,14 @@ TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600MsAndItsHan
   quiet.OnCaptureStopped();
   meter.Stop();
   base::SetClockPlatformForTesting(nullptr);
+  Fail({{L"CreateEnumerator", kPause}});  // a start holds the lock through its lookup: a stop waits for it
+  std::thread starter([&] { meter.Start(L"Microphone"); });
+  EXPECT_TRUE(Wait([this] { return pauses == 1; }));
+  std::atomic<bool> stopped{false};
+  std::thread stopper([&] { meter.Stop(), stopped = true; });
+  EXPECT_FALSE(Wait([&] { return stopped.load(); }, 300)) << "the stop passed the start's lock";
+  Fail();
+  starter.join(), stopper.join();
   // Full-scale packets (-1: 60 up); the handler stops, restarts or ends the test; the host restart fails.
   const std::vector<int> want[] = {{-1, 0}, {-1, -1, 0}, {-1}, {-1, 0}};
   for (int action = 0; action < 4; ++action) {
