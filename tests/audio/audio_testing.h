@@ -45,14 +45,17 @@ class Recorder : public AudioCaptureEvent, public AudioDeviceTestEvent, public t
   std::vector<Block> blocks;
   std::vector<DWORD> stop_ticks;
   std::vector<int> levels;
-  std::function<void()> action;  // run once, inside the next block or level, if set before it
+  // Runs `act` once, inside the next block or level.
+  void Then(std::function<void()> act) {
+    Locked([&] { action_ = std::move(act); });
+  }
 
  private:
   void Act() {
-    std::function<void()> act;
-    act.swap(action);
+    const std::function<void()> act = Locked([&] { return std::exchange(action_, nullptr); });
     if (act) act();
   }
+  std::function<void()> action_;
 };
 
 }  // namespace audio_testing

@@ -210,7 +210,7 @@ TEST_F(AudioTest, OneThreadAtATimeWhichAnotherEndpointOrItsOwnEventTurns) {
   g_launches = 0;
   base::SetThreadStarterForTesting(&CountLaunch);
   // A host's handler may restart the capture that calls it (a stop or release from it: the level handler's).
-  recorder.action = [this] { capture->StartDevice(true, L"mic1"); };
+  recorder.Then([this] { capture->StartDevice(true, L"mic1"); });
   Run(true, L"mic2");
   Queue(Sine());
   ASSERT_TRUE(WaitFor(L"client1 Start", 2)) << "the call waited for its own thread";
@@ -349,12 +349,12 @@ TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600MsAndItsHan
     audio_testing::Recorder levels;
     AudioDeviceTest* test = new AudioDeviceTest(&levels);
     bool acted = false;
-    levels.action = [&] {
+    levels.Then([&] {
       if (action == 0) test->Stop();
       if (action == 1) test->Start(L"Microphone");
       if (action == 2) delete test, test = nullptr;
       levels.Locked([&] { acted = true; });
-    };
+    });
     test->Start(L"Microphone");
     ASSERT_TRUE(WaitFor(L"client1 Start"));
     Queue(std::vector<float>(960, 1.0f));
@@ -364,7 +364,7 @@ TEST_F(AudioTest, LevelIsFourteenLogsOfTheMeanMagnitudeAtMostEvery600MsAndItsHan
       Queue(std::vector<float>(960, 1.0f));
       ASSERT_TRUE(levels.Wait([&] { return levels.levels.size() == 2; }));
       // The host's stop meets a stop from the handler: neither may wait for the other.
-      levels.action = [&] { test->Stop(); };
+      levels.Then([&] { test->Stop(); });
       EXPECT_TRUE(test->Stop());
     }
     if (action == 3) {  // the old test reports 0; the new can't open

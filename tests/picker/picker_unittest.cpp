@@ -163,7 +163,7 @@ TEST_F(ThumbnailManager,
   register_result_ = S_OK;
   EXPECT_TRUE(manager_->IsCompositionEnabled());
   Script({1600, 900}, {900, 1600});
-  failing_updates_ = 1;
+  Locked([&] { failing_updates_ = 1; });
   ASSERT_TRUE(Show(kWide) && Show(kTall));
   manager_->Start();
   ASSERT_TRUE(WaitFor("query wide", 7));
